@@ -1,0 +1,36 @@
+// JSONText.hpp: what the reader and the writer share about the inside of JSON strings.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+namespace tidewell {
+
+/// Whether a byte stands for itself inside a JSON string, in both directions: ASCII, no control character,
+/// neither quote nor backslash.
+constexpr bool isPlain(char byte) noexcept {
+    const auto code = static_cast<unsigned char>(byte);
+    return code >= 0x20 && code < 0x80 && code != '"' && code != '\\';
+}
+
+/// The first byte of [at, end) that is not plain, or `end`. Eight bytes at a time: strings are most of a
+/// message, and most of a string is plain.
+inline const char* skipPlain(const char* at, const char* end) noexcept {
+    constexpr std::uint64_t ones = 0x0101010101010101;
+    constexpr std::uint64_t highs = ones * 0x80;
+    while (end - at >= 8) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, at, sizeof word);
+        // A high bit set: not ASCII, or a borrow out of "minus 0x20" (control character) or out of "minus
+        // one" of a zero byte (quote, backslash). A false alarm needs a true one below it; the byte loop
+        // decides.
+        const std::uint64_t quotes = word ^ (ones * '"');
+        const std::uint64_t backslashes = word ^ (ones * '\\');
+        if (((word | (word - ones * 0x20) | (quotes - ones) | (backslashes - ones)) & highs) != 0) break;
+        at += 8;
+    }
+    while (at != end && isPlain(*at)) ++at;
+    return at;
+}
+
+}  // namespace tidewell

@@ -1,0 +1,55 @@
+// LineBuffer.hpp: bytes in as they arrive, lines out as they are complete.
+//
+// Cost       linear in the bytes: each is looked at once for the line feed and moved a bounded number of
+// times,
+//            however the bytes were cut when they arrived.
+// Memory     as much as the longest line wants (no limit), given back after an unusually long one.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tidewell {
+
+class LineBuffer {
+public:
+    /// Adds bytes behind those that are held. Views from nextLine() end here.
+    void append(std::string_view bytes) {
+        forgetLines();
+        bytes_.append(bytes);
+    }
+
+    /// The next complete line without its line feed (byte 10), or nothing until more bytes arrive. The view
+    /// lives until the next append().
+    std::optional<std::string_view> nextLine() noexcept {
+        const void* const found = std::memchr(bytes_.data() + scanned_, '\n', bytes_.size() - scanned_);
+        if (found == nullptr) {
+            scanned_ = bytes_.size();
+            return std::nullopt;
+        }
+        const auto end = static_cast<std::size_t>(static_cast<const char*>(found) - bytes_.data());
+        const auto line = std::string_view(bytes_).substr(lineStart_, end - lineStart_);
+        lineStart_ = scanned_ = end + 1;
+        return line;
+    }
+
+private:
+    static constexpr std::size_t keptCapacity = 1 << 20;
+
+    void forgetLines() {
+        if (lineStart_ == 0) return;
+        bytes_.erase(0, lineStart_);
+        scanned_ -= lineStart_;
+        lineStart_ = 0;
+        if (bytes_.capacity() > keptCapacity && bytes_.size() < keptCapacity) bytes_.shrink_to_fit();
+    }
+
+    std::string bytes_;
+    std::size_t lineStart_ = 0;  // lines before it were handed out
+    std::size_t scanned_ = 0;    // no line feed in [lineStart_, scanned_)
+};
+
+}  // namespace tidewell

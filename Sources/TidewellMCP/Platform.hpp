@@ -1,0 +1,37 @@
+// Platform.hpp: what differs between systems, each in one file of its own (PlatformLinux.cpp,
+// PlatformDarwin.cpp). Nothing else in the program asks which system it runs on.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tidewell::Platform {
+
+/// The path of the running executable as the system reports it, else as the program was invoked; nothing when
+/// neither is known.
+std::optional<std::string> executablePath();
+
+/// The current user's home directory as the system reports it; "/" when it knows none.
+std::string homeDirectory();
+
+/// The property list that the executable carries inside itself; empty on systems without such a thing, and
+/// where there is none. Lives as long as the process.
+std::string_view bundleInformation();
+
+/// A new Unix-domain stream socket on which send() raises no broken-pipe signal; -1 and errno on failure. The
+/// caller owns it.
+int openStreamSocket();
+
+/// One send on a socket of openStreamSocket(): how many bytes went out, or -1 and errno (EPIPE when the other
+/// side has hung up; never the signal).
+ssize_t sendBytes(int socket, std::string_view bytes);
+
+/// Fills `bytes` (at most 256) from the system's random source; false on failure.
+bool fillRandom(std::span<unsigned char> bytes);
+
+}  // namespace tidewell::Platform

@@ -1,0 +1,23 @@
+// PropertyList.hpp: one string out of a property list, the file format of a bundle's Info.plist.
+//
+// A property list comes in three forms, binary, XML and an older text form; the file itself shows which it
+// is. No tree is built: a form's reader checks the whole file and remembers the one value asked for.
+//
+// Units     bytes in, UTF-8 out; time and memory grow linearly with the file.
+// Errors    none are told apart: whatever cannot be answered is nothing.
+// Threads   pure, no state: callable from any thread at once.
+
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tidewell {
+
+/// The string stored under `key` in the top-level dictionary of a property list, as UTF-8; nothing when
+/// `file` is not a property list, its top level is no dictionary, the key is missing or its value no string.
+/// Of several equal keys the last one counts. The string may be empty.
+std::optional<std::string> stringInPropertyList(std::string_view file, std::string_view key);
+
+}  // namespace tidewell

@@ -1,0 +1,169 @@
+#include "StdioBridge.hpp"
+
+#include "Catalog.hpp"
+#include "JSONReader.hpp"
+#include "LineBuffer.hpp"
+#include "MCPError.hpp"
+
+#include <poll.h>
+
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <utility>
+
+namespace tidewell {
+
+namespace {
+
+// JSON-RPC 2.0's codes for what is wrong before any handler runs.
+constexpr std::int64_t parseError = -32700;
+constexpr std::int64_t methodNotFound = -32601;
+constexpr std::int64_t unclassifiedError = -32603;
+
+/// Whether a method is carried out for a message that will not be answered.
+enum class WithoutId : std::uint8_t { skipped, run };
+
+bool waitUntilWritable(int descriptor) {
+    pollfd wanted{.fd = descriptor, .events = POLLOUT, .revents = 0};
+    return ::poll(&wanted, 1, -1) >= 0 || errno == EINTR;
+}
+
+}  // namespace
+
+void emitLine(const JSONValue& value, int output) {
+    const std::string line = value.jsonString() + '\n';
+    std::string_view rest = line;
+    while (!rest.empty()) {
+        const ssize_t count = ::write(output, rest.data(), rest.size());
+        if (count >= 0) {
+            rest.remove_prefix(static_cast<std::size_t>(count));
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            if (!waitUntilWritable(output)) return;
+        } else if (errno != EINTR) {
+            return;
+        }
+    }
+}
+
+/// One method, one row. A handler of none: the method is known, does nothing and is never answered.
+struct StdioBridge::MethodRow {
+    std::string_view name;
+    JSONValue (*handler)(const StdioBridge& bridge, const JSONValue& params);
+    WithoutId withoutId;
+};
+
+const StdioBridge::MethodRow* StdioBridge::findMethod(std::string_view name) noexcept {
+    using Bridge = const StdioBridge&;
+    using Params = const JSONValue&;
+    static constexpr auto nothing = [](Bridge, Params) { return JSONValue::object({}); };
+    static constexpr auto exit = [](Bridge, Params) -> JSONValue { std::exit(EXIT_SUCCESS); };
+
+    // clang-format off
+    static constexpr MethodRow rows[] = {
+        {"initialize",                [](Bridge, Params params) { return handleInitialize(params); },                                  WithoutId::skipped},
+        {"initialized",               nullptr,                                                                                         WithoutId::skipped},
+        {"notifications/initialized", nullptr,                                                                                         WithoutId::skipped},
+        {"ping",                      nothing,                                                                                         WithoutId::skipped},
+        {"tools/list",                [](Bridge, Params) { return JSONValue::object({{"tools", Catalog::tools()}}); },                 WithoutId::skipped},
+        {"resources/list",            [](Bridge, Params) { return JSONValue::object({{"resources", Catalog::resources()}}); },         WithoutId::skipped},
+        {"resources/templates/list",  [](Bridge, Params) { return JSONValue::object({{"resourceTemplates", JSONValue::array({})}}); }, WithoutId::skipped},
+        {"prompts/list",              [](Bridge, Params) { return JSONValue::object({{"prompts", Catalog::prompts()}}); },             WithoutId::skipped},
+        {"tools/call",                [](Bridge bridge, Params params) { return bridge.handleToolCall(params); },                      WithoutId::run},  // its side effects still happen
+        {"resources/read",            [](Bridge bridge, Params params) { return bridge.handleResourceRead(params); },                  WithoutId::run},
+        {"prompts/get",               [](Bridge bridge, Params params) { return bridge.handlePromptGet(params); },                     WithoutId::run},
+        {"shutdown",                  [](Bridge, Params) { return JSONValue(); },                                                      WithoutId::skipped},  // only "exit" and the end of input end the process
+        {"exit",                      exit,                                                                                            WithoutId::run},
+    };
+    // clang-format on
+    for (const MethodRow& row : rows) {
+        if (row.name == name) return &row;
+    }
+    return nullptr;
+}
+
+StdioBridge::StdioBridge(SocketClient socket, int input, int output)
+    : socket_(std::move(socket)), input_(input), output_(output) {}
+
+void StdioBridge::run() {
+    std::array<char, 4096> chunk{};
+    LineBuffer buffer;
+    for (;;) {
+        const ssize_t count = ::read(input_, chunk.data(), chunk.size());
+        if (count <= 0) return;
+        buffer.append({chunk.data(), static_cast<std::size_t>(count)});
+        while (const auto line = buffer.nextLine()) {
+            if (!line->empty()) handleLine(*line);
+        }
+    }
+}
+
+void StdioBridge::handleLine(std::string_view line) const {
+    JSONValue message;
+    try {
+        message = readJSON(line);
+    } catch (const JSONError&) {
+        message = nullptr;  // answered like every other line that is no object
+    }
+    if (message.kind() != JSONValue::Case::object) return writeError(nullptr, parseError, "Parse error");
+
+    // The "jsonrpc" member is ignored on purpose, like every member not named here.
+    const JSONValue* const id = message.find("id");
+    const bool isNotification = id == nullptr || id->isNull();
+    const JSONValue* const named = message.find("method");
+    const std::string_view method = named == nullptr ? "" : named->string().value_or("");
+    const JSONValue* const given = message.find("params");
+    const bool isStructured = given != nullptr && (given->kind() == JSONValue::Case::object ||
+                                                   given->kind() == JSONValue::Case::array);
+    const JSONValue params = isStructured ? JSONValue::from(message.take("params")) : JSONValue();
+
+    const MethodRow* const row = findMethod(method);
+    if (row == nullptr) {
+        if (!isNotification) writeError(id, methodNotFound, "Method not found: " + std::string(method));
+        return;
+    }
+    if (row->handler == nullptr || (isNotification && row->withoutId == WithoutId::skipped)) return;
+
+    const auto fail = [&](std::int64_t code, std::string_view reason) {
+        if (!isNotification) writeError(id, code, reason);
+    };
+    try {
+        JSONValue result = row->handler(*this, params);
+        if (!isNotification) writeResult(id, std::move(result));
+    } catch (const MCPError& error) {
+        fail(error.code(), error.message());
+    } catch (const std::exception& error) {
+        fail(unclassifiedError, std::string("Internal error: ") + error.what());
+    }
+}
+
+void StdioBridge::writeResult(const JSONValue* id, JSONValue result) const {
+    emitLine(JSONValue::object({{"jsonrpc", "2.0"}, {"id", idToJSON(id)}, {"result", std::move(result)}}),
+             output_);
+}
+
+void StdioBridge::writeError(const JSONValue* id, std::int64_t code, std::string_view message) const {
+    emitLine(JSONValue::object({{"jsonrpc", "2.0"},
+                                {"id", idToJSON(id)},
+                                {"error", JSONValue::object({{"code", code}, {"message", message}})}}),
+             output_);
+}
+
+/// The id as it is echoed: integers and strings as they are, other numbers cut toward zero, booleans as 1 and
+/// 0, anything else as null.
+JSONValue StdioBridge::idToJSON(const JSONValue* id) {
+    if (id == nullptr) return nullptr;
+    if (const auto boolean = id->boolean()) return *boolean ? 1 : 0;
+    if (const auto number = id->number()) {
+        // No reply could carry such an id back, and a reply under another id would answer a request that was
+        // never made: the process ends instead, with nothing written.
+        const auto whole = exactInteger(std::trunc(*number));
+        if (!whole) std::abort();
+        return *whole;
+    }
+    if (id->integer() || id->string()) return *id;
+    return nullptr;
+}
+
+}  // namespace tidewell

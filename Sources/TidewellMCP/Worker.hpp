@@ -1,0 +1,37 @@
+// Worker.hpp: one thread for blocking work, started on first use and kept until the end of the process.
+#pragma once
+
+#include <atomic>
+#include <exception>
+#include <functional>
+#include <thread>
+
+namespace tidewell {
+
+/// Carries out one job at a time for one caller at a time. The hand-off is one atomic word that both sides
+/// wait on: of the simple means the cheapest (Documentation/Design.md has the figures). Destroyed only while
+/// idle.
+class Worker {
+public:
+    Worker() = default;
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+    ~Worker();
+
+    /// Runs `job` on the worker's thread and waits for its end; what it throws is thrown here. Where the
+    /// system refuses a thread, the job runs on the caller's: it blocks the caller just as well.
+    void run(const std::function<void()>& job);
+
+private:
+    enum State : int { idle, working, stopping };  // a plain int: what a futex waits on
+
+    void loop();
+    bool start();
+
+    std::atomic<int> state_{idle};
+    const std::function<void()>* job_ = nullptr;  // set while working
+    std::exception_ptr failure_;
+    std::thread thread_;
+};
+
+}  // namespace tidewell
