@@ -2,8 +2,7 @@
 
 #include <crt_externs.h>
 #include <mach-o/dyld.h>
-#include <mach-o/getsect.h>
-#include <mach-o/ldsyms.h>
+#include <mach-o/loader.h>
 #include <pwd.h>
 #include <sys/random.h>
 #include <sys/socket.h>
@@ -11,6 +10,10 @@
 
 #include <cstdint>
 #include <cstdlib>
+
+// As in <mach-o/getsect.h>, which the headers that come with cross compilers lack.
+extern "C" std::uint8_t* getsectiondata(const mach_header_64* image, const char* segment, const char* section,
+                                        unsigned long* size);
 
 namespace tidewell::Platform {
 
@@ -42,7 +45,8 @@ std::string homeDirectory() {
 
 std::string_view bundleInformation() {
     unsigned long size = 0;
-    const auto* const bytes = ::getsectiondata(&_mh_execute_header, "__TEXT", "__info_plist", &size);
+    const auto* const program = reinterpret_cast<const mach_header_64*>(::_dyld_get_image_header(0));
+    const auto* const bytes = ::getsectiondata(program, "__TEXT", "__info_plist", &size);
     if (bytes == nullptr) return {};
     return {reinterpret_cast<const char*>(bytes), size};
 }

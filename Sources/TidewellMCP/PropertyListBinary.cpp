@@ -73,11 +73,10 @@ private:
     struct Open {
         Object object;
         std::uint64_t next = 0;
-        std::int16_t height =
-            1;  ///< How many containers stand inside one another from here on, as far as known.
+        std::int16_t height = 1;  ///< Containers inside one another from here on, as far as known.
     };
 
-    /// Any `size` up to 16; whatever lies above 64 bits is dropped.
+    /// The number in the `size` bytes at `position`, 8 at most.
     std::uint64_t number(std::uint64_t position, std::uint64_t size) const {
         std::uint64_t value = 0;
         for (const char byte : file_.substr(position, size))
@@ -234,9 +233,8 @@ private:
     std::uint64_t topIndex_ = 0;
     std::uint64_t offsetTable_ = 0;
     std::uint64_t uncheckedBytes_ = 0;
-    std::vector<std::int16_t>
-        heights_;             ///< By position in the file: unseen, underWay or the object's height.
-    std::vector<Open> open_;  ///< The innermost last.
+    std::vector<std::int16_t> heights_;  ///< By position: unseen, underWay or the object's height.
+    std::vector<Open> open_;             ///< The innermost last.
 };
 
 }  // namespace

@@ -15,8 +15,8 @@ using namespace tidewell;
 void printVersion() {
     const std::string line =
         "Tidewell " + StdioBridge::serverVersion() + " (protocol " + std::string(protocolVersion) + ")\n";
-    std::fwrite(line.data(), 1, line.size(), stdout);
-    std::fflush(stdout);
+    static_cast<void>(std::fwrite(line.data(), 1, line.size(), stdout));
+    static_cast<void>(std::fflush(stdout));
 }
 
 /// What a client would see first, without a client: the initialize result and the tool table.
