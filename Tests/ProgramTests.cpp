@@ -1,0 +1,258 @@
+// ProgramTests.cpp: the real program as a whole: switches, exit status, signals, the version it reports.
+#include "Support/Process.hpp"
+#include "Support/ScriptedHost.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+namespace tidewell::test {
+namespace {
+
+using nlohmann::json;
+
+Process::Options options(std::vector<std::string> arguments = {},
+                         const std::string& socketPath = "/nonexistent/host.sock") {
+    Process::Options result;
+    result.arguments = std::move(arguments);
+    result.environment = environmentFor(socketPath);
+    return result;
+}
+
+/// What a run with switches prints while its input stays open: it must not wait for any.
+Finished runWithSwitches(std::vector<std::string> arguments) {
+    Process process(options(std::move(arguments)));
+    std::string output = process.readAll();
+    return {std::move(output), process.wait()};
+}
+
+const std::string versionLine = "Tidewell " TIDEWELL_VERSION " (protocol 2025-11-25)\n";
+
+TEST(Switches, VersionPrintsOneLineAndReadsNoInput) {
+    const Finished finished = runWithSwitches({"--version"});
+    EXPECT_EQ(finished.output, versionLine);
+    EXPECT_EQ(finished.status, 0);
+}
+
+TEST(Switches, VersionWinsAtAnyPosition) {
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{{"--selftest", "--version"},
+                                               {"--version", "--selftest"},
+                                               {"x", "--unknown", "--version", "y"}}) {
+        EXPECT_EQ(runWithSwitches(arguments).output, versionLine);
+    }
+}
+
+TEST(Switches, SelftestPrintsTheInitializeResultAndTheToolTable) {
+    const Finished finished = runWithSwitches({"--selftest"});
+    EXPECT_EQ(finished.status, 0);
+    const auto split = finished.output.find('\n');
+    ASSERT_NE(split, std::string::npos);
+    ASSERT_EQ(finished.output.back(), '\n');
+    const json first = json::parse(finished.output.substr(0, split));
+    const json second = json::parse(finished.output.substr(split + 1));
+    EXPECT_EQ(first.size(), 3U);
+    EXPECT_EQ(first["jsonrpc"], "2.0");
+    EXPECT_EQ(first["id"], 1);
+    EXPECT_EQ(first["result"]["protocolVersion"], "2025-11-25");
+    EXPECT_EQ(first["result"]["serverInfo"]["version"], TIDEWELL_VERSION);
+    EXPECT_EQ(second.size(), 3U);
+    EXPECT_EQ(second["jsonrpc"], "2.0");
+    EXPECT_EQ(second["id"], 2);
+    EXPECT_EQ(second["result"].size(), 1U);
+    EXPECT_EQ(second["result"]["tools"].size(), 60U);
+}
+
+TEST(Switches, AnythingElseIsIgnored) {
+    for (const auto& arguments : std::vector<std::vector<std::string>>{
+             {"--help"}, {"--Version"}, {"--version=1"}, {"-version"}, {"version"}, {""}, {"--selftests"}}) {
+        const Finished finished = runProcess(options(arguments), "{\"id\":1,\"method\":\"ping\"}\n");
+        EXPECT_EQ(finished.output, "{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":{}}\n");
+        EXPECT_EQ(finished.status, 0);
+    }
+}
+
+TEST(Program, EmptyInputGivesNoOutputAndStatusZero) {
+    const Finished finished = runProcess(options(), "");
+    EXPECT_EQ(finished.output, "");
+    EXPECT_EQ(finished.status, 0);
+}
+
+TEST(Program, AnUnfinishedLastLineIsNotAnswered) {
+    const Finished finished = runProcess(options(), "{\"id\":1,\"method\":\"ping\"}");
+    EXPECT_EQ(finished.output, "");
+    EXPECT_EQ(finished.status, 0);
+}
+
+TEST(Program, AReplyIsOutBeforeTheNextRequestIsRead) {
+    Process process(options());
+    for (int id = 1; id <= 3; ++id) {
+        process.writeLine("{\"id\":" + std::to_string(id) + ",\"method\":\"ping\"}");
+        const auto line = process.readLine();
+        ASSERT_TRUE(line.has_value());
+        EXPECT_EQ(json::parse(*line)["id"], id);
+    }
+    process.closeInput();
+    EXPECT_EQ(process.wait(), 0);
+}
+
+TEST(Program, ARequestMayArriveByteByByte) {
+    Process process(options());
+    for (const char byte : std::string("{\"id\":\"é—\",\"method\":\"ping\"}\n")) process.write({&byte, 1});
+    EXPECT_EQ(process.readLine(), "{\"jsonrpc\":\"2.0\",\"id\":\"é—\",\"result\":{}}");
+}
+
+TEST(Program, ExitEndsItAtOnceThoughItsInputStaysOpen) {
+    Process process(options());
+    process.writeLine("{\"id\":6,\"method\":\"exit\"}");
+    EXPECT_EQ(process.readAll(), "");
+    EXPECT_EQ(process.wait(), 0);
+}
+
+TEST(Program, ExitEndsItAlsoAfterACall) {
+    ScriptedHost host;
+    Process process(options({}, host.socketPath()));
+    process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+    EXPECT_TRUE(process.readLine().has_value());
+    process.writeLine("{\"method\":\"exit\"}");
+    EXPECT_EQ(process.wait(), 0);
+}
+
+TEST(Program, AnIdOutside64BitsEndsItByAFatalErrorWithNothingWritten) {
+    const Finished finished =
+        runProcess(options(), "{\"id\":1e300,\"method\":\"ping\"}\n{\"id\":1,\"method\":\"ping\"}\n");
+    EXPECT_EQ(finished.output, "");
+    EXPECT_EQ(finished.status, -SIGABRT);
+}
+
+TEST(Program, WhenTheClientClosedItsEndTheCallIsStillMadeAndTheReplyEndsTheProcess) {
+    ScriptedHost host;
+    Process process(options({}, host.socketPath()));
+    process.closeOutput();
+    process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"rescan_now\"}}");
+    EXPECT_EQ(process.wait(), -SIGPIPE);
+    ASSERT_EQ(host.received().size(), 1U);
+    EXPECT_EQ(host.received()[0]["tool"], "rescan_now");
+}
+
+TEST(Program, AHostThatHungUpDoesNotEndIt) {
+    ScriptedHost host;
+    host.closesAtOnce();
+    Process process(options({}, host.socketPath()));
+    process.writeLine(R"({"id":1,"method":"tools/call","params":{"name":"x","arguments":{"a":")" +
+                      std::string(4'000'000, 'x') + "\"}}}");
+    const auto line = process.readLine();
+    ASSERT_TRUE(line.has_value());
+    EXPECT_EQ(json::parse(*line)["result"]["isError"], true);
+    process.writeLine("{\"id\":2,\"method\":\"ping\"}");
+    EXPECT_TRUE(process.readLine().has_value());
+}
+
+TEST(Program, SignalsEndItAtOnceAlsoInTheMiddleOfACall) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        ScriptedHost host;
+        host.staysSilent();
+        Process process(options({}, host.socketPath()));
+        process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+        while (host.received().empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        ::kill(process.id(), signal);
+        EXPECT_EQ(process.wait(5), -signal);
+    }
+}
+
+TEST(Program, OneSocketMayBeBothItsInputAndItsOutput) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+    ::fcntl(ends[0], F_SETFD, FD_CLOEXEC);  // or the child would keep its own input open
+    Process::Options both = options();
+    both.input = ends[1];
+    both.output = ends[1];
+    Process process(both);
+    ::close(ends[1]);
+    ASSERT_EQ(::send(ends[0], "{\"id\":1,\"method\":\"ping\"}\n", 25, 0), 25);
+    std::array<char, 256> reply{};
+    const ssize_t count = ::recv(ends[0], reply.data(), reply.size(), 0);
+    EXPECT_EQ(std::string(reply.data(), static_cast<std::size_t>(count)),
+              "{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":{}}\n");
+    ::close(ends[0]);
+    EXPECT_EQ(process.wait(), 0);
+}
+
+// The version that is reported.
+
+std::string versionFile(const std::string& version) {
+    return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict><key>CFBundleShortVersionString</key><string>)" +
+           version + "</string></dict></plist>\n";
+}
+
+/// A copy of the program in a folder of its own, as an installation would lay it out.
+class Installed {
+public:
+    Installed() {
+        std::filesystem::create_directories(folder_ / "App.app/Contents/MacOS");
+        std::filesystem::copy_file(TIDEWELL_MCP_PATH, program());
+    }
+    std::string program() const { return folder_ / "App.app/Contents/MacOS/tool"; }
+    void writeVersionFile(const std::string& content) const {
+        folder_.write("App.app/Contents/Info.plist", content);
+    }
+    std::string version() const {
+        Process::Options run = options({"--version"});
+        run.program = program();
+        return runProcess(run, "").output;
+    }
+    const TemporaryFolder& folder() const { return folder_; }
+
+private:
+    TemporaryFolder folder_;
+};
+
+TEST(ReportedVersion, ComesFromTheFileOneLevelAboveTheExecutablesFolder) {
+    const Installed installed;
+    installed.writeVersionFile(versionFile("2.3.1"));
+    EXPECT_EQ(installed.version(), "Tidewell 2.3.1 (protocol 2025-11-25)\n");
+}
+
+TEST(ReportedVersion, AnEmptyOrMissingOneIsTheFallback) {
+    const Installed installed;
+    EXPECT_EQ(installed.version(), "Tidewell 0.0.0-dev (protocol 2025-11-25)\n");
+    installed.writeVersionFile(versionFile(""));
+    EXPECT_EQ(installed.version(), "Tidewell 0.0.0-dev (protocol 2025-11-25)\n");
+}
+
+TEST(ReportedVersion, IsFoundThroughALinkToTheProgram) {
+    const Installed installed;
+    installed.writeVersionFile(versionFile("2.3.1"));
+    const std::string link = installed.folder() / "link";
+    std::filesystem::create_symlink(installed.program(), link);
+    Process::Options run = options({"--version"});
+    run.program = link;
+    EXPECT_EQ(runProcess(run, "").output, "Tidewell 2.3.1 (protocol 2025-11-25)\n");
+}
+
+TEST(ReportedVersion, IsReadOnceAndNoLaterChangeShows) {
+    const Installed installed;
+    installed.writeVersionFile(versionFile("2.3.1"));
+    Process::Options run = options();
+    run.program = installed.program();
+    Process process(run);
+    const auto version = [&] {
+        process.writeLine("{\"id\":1,\"method\":\"initialize\"}");
+        return json::parse(process.readLine().value_or("{}"))["result"]["serverInfo"]["version"];
+    };
+    EXPECT_EQ(version(), "2.3.1");
+    installed.writeVersionFile(versionFile("9.9.9"));
+    EXPECT_EQ(version(), "2.3.1");
+}
+
+}  // namespace
+}  // namespace tidewell::test

@@ -1,0 +1,291 @@
+#include "StdioBridge.hpp"
+
+#include "Support/Conversation.hpp"
+#include "Support/ScriptedHost.hpp"
+#include "Support/TestNames.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <string>
+#include <thread>
+
+namespace tidewell::test {
+namespace {
+
+using nlohmann::json;
+
+// The read loop.
+
+TEST(ReadLoop, TwoRequestsInOneReadAreAnsweredInOrder) {
+    const auto replies = repliesTo("{\"id\":1,\"method\":\"ping\"}\n{\"id\":2,\"method\":\"ping\"}\n");
+    ASSERT_EQ(replies.size(), 2U);
+    EXPECT_EQ(replies[0]["id"], 1);
+    EXPECT_EQ(replies[1]["id"], 2);
+}
+
+TEST(ReadLoop, ARequestAcrossAChunkBoundaryIsHandledOnce) {
+    // 4090 bytes of blanks put the boundary of the 4096-byte reads inside the request.
+    for (std::size_t blanks = 4060; blanks < 4100; ++blanks) {
+        const auto replies = repliesTo(std::string(blanks, ' ') + "{\"id\":\"é\",\"method\":\"ping\"}\n");
+        ASSERT_EQ(replies.size(), 1U) << blanks;
+        EXPECT_EQ(replies[0], json::parse(R"({"jsonrpc":"2.0","id":"é","result":{}})"));
+    }
+}
+
+TEST(ReadLoop, ALastLineWithoutItsLineFeedIsDropped) {
+    EXPECT_EQ(converse("{\"id\":1,\"method\":\"ping\"}"), "");
+    EXPECT_EQ(repliesTo("{\"id\":1,\"method\":\"ping\"}\n{\"id\":2,\"method\":\"ping\"}").size(), 1U);
+}
+
+TEST(ReadLoop, EmptyInputGivesNoOutput) { EXPECT_EQ(converse(""), ""); }
+
+TEST(ReadLoop, LineFeedsAloneAreSkipped) { EXPECT_EQ(converse("\n\n\n\n"), ""); }
+
+TEST(ReadLoop, ACarriageReturnBeforeTheLineFeedMakesNoDifference) {
+    EXPECT_EQ(converse("{\"id\":1,\"method\":\"ping\"}\r\n"), converse("{\"id\":1,\"method\":\"ping\"}\n"));
+}
+
+TEST(ReadLoop, ALineOfBlanksIsAParseError) {
+    EXPECT_EQ(replyTo("   "),
+              json::parse(R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"Parse error"}})"));
+}
+
+TEST(ReadLoop, AReadErrorEndsItLikeTheEndOfInput) {
+    StdioBridge(SocketClient("/nonexistent"), -1, -1).run();  // returns
+}
+
+TEST(ReadLoop, AVeryLongLineIsAnsweredLikeAShortOne) {
+    const std::string padding(5'000'000, 'x');
+    EXPECT_EQ(replyTo(R"({"id":1,"method":"ping","padding":")" + padding + "\"}")["result"], json::object());
+}
+
+// Replies.
+
+TEST(Dispatch, PingIsAnsweredWithAnEmptyObject) {
+    EXPECT_EQ(replyTo(R"({"jsonrpc":"2.0","id":3,"method":"ping"})"),
+              json::parse(R"({"jsonrpc":"2.0","id":3,"result":{}})"));
+}
+
+TEST(Dispatch, WhatIsNoJSONIsAParseError) {
+    const json expected =
+        json::parse(R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"Parse error"}})");
+    for (const char* const line :
+         {"not json", "{", "{\"id\":1,\"method\":\"ping\"}x", "\xFF", "{\"id\":1e400}"}) {
+        EXPECT_EQ(replyTo(line), expected) << line;
+    }
+}
+
+TEST(Dispatch, ATopLevelThatIsNoObjectIsAParseErrorBatchesIncluded) {
+    const json expected =
+        json::parse(R"({"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"Parse error"}})");
+    for (const char* const line : {R"([{"id":1,"method":"ping"}])", "[]", "1", "\"x\"", "null", "true"}) {
+        EXPECT_EQ(replyTo(line), expected) << line;
+    }
+}
+
+TEST(Dispatch, NotificationsAreNeverAnswered) {
+    for (const char* const line : {
+             R"({"method":"ping"})",
+             R"({"id":null,"method":"ping"})",
+             R"({"method":"initialize"})",
+             R"({"method":"tools/list"})",
+             R"({"method":"resources/list"})",
+             R"({"method":"prompts/list"})",
+             R"({"method":"no/such/method"})",
+             R"({})",
+             R"({"id":null})",
+             R"({"method":"shutdown"})",
+             R"({"method":"prompts/get"})",
+             R"({"method":"resources/read","params":{}})",
+             R"({"method":"tools/call"})",
+             R"({"method":"resources/templates/list"})",
+         }) {
+        EXPECT_EQ(converse(std::string(line) + "\n"), "") << line;
+    }
+}
+
+TEST(Dispatch, InitializedIsNeverAnsweredNotEvenWithAnId) {
+    EXPECT_EQ(converse("{\"id\":4,\"method\":\"notifications/initialized\"}\n"), "");
+    EXPECT_EQ(converse("{\"id\":4,\"method\":\"initialized\"}\n"), "");
+}
+
+TEST(Dispatch, ShutdownAnswersNullAndTheNextRequestIsStillAnswered) {
+    const auto replies = repliesTo("{\"id\":5,\"method\":\"shutdown\"}\n{\"id\":6,\"method\":\"ping\"}\n");
+    ASSERT_EQ(replies.size(), 2U);
+    EXPECT_EQ(replies[0], json::parse(R"({"jsonrpc":"2.0","id":5,"result":null})"));
+    EXPECT_EQ(replies[1]["id"], 6);
+}
+
+TEST(Dispatch, AnUnknownMethodIsNamedInTheError) {
+    EXPECT_EQ(
+        replyTo(R"({"id":7,"method":"foo/bar"})"),
+        json::parse(
+            R"({"jsonrpc":"2.0","id":7,"error":{"code":-32601,"message":"Method not found: foo/bar"}})"));
+    EXPECT_EQ(replyTo(R"({"id":7,"method":"Ping"})")["error"]["message"], "Method not found: Ping");
+    EXPECT_EQ(replyTo(R"({"id":7,"method":"ping "})")["error"]["message"], "Method not found: ping ");
+}
+
+TEST(Dispatch, AMissingOrOddMethodIsTheEmptyMethod) {
+    const json expected =
+        json::parse(R"({"jsonrpc":"2.0","id":8,"error":{"code":-32601,"message":"Method not found: "}})");
+    for (const char* const line : {R"({"id":8})", R"({"id":8,"method":1})", R"({"id":8,"method":null})",
+                                   R"({"id":8,"method":["ping"]})", R"({"id":8,"method":""})"}) {
+        EXPECT_EQ(replyTo(line), expected) << line;
+    }
+}
+
+TEST(Dispatch, TemplatesAreAnEmptyList) {
+    EXPECT_EQ(replyTo(R"({"id":9,"method":"resources/templates/list"})"),
+              json::parse(R"({"jsonrpc":"2.0","id":9,"result":{"resourceTemplates":[]}})"));
+}
+
+TEST(Dispatch, TheJSONRPCVersionIsNotLookedAt) {
+    for (const char* const line :
+         {R"({"jsonrpc":"1.0","id":3,"method":"ping"})", R"({"id":3,"method":"ping"})",
+          R"({"jsonrpc":7,"id":3,"method":"ping","more":[1]})"}) {
+        EXPECT_EQ(replyTo(line), json::parse(R"({"jsonrpc":"2.0","id":3,"result":{}})")) << line;
+    }
+}
+
+TEST(Dispatch, ACursorIsIgnoredAndNoneIsSent) {
+    const json reply = replyTo(R"({"id":1,"method":"tools/list","params":{"cursor":"x"}})");
+    EXPECT_EQ(reply["result"].size(), 1U);
+    EXPECT_EQ(reply["result"]["tools"].size(), 60U);
+}
+
+TEST(Dispatch, EveryMethodWorksBeforeInitialize) {
+    EXPECT_EQ(replyTo(R"({"id":1,"method":"tools/list"})")["result"]["tools"].size(), 60U);
+}
+
+struct IdCase {
+    const char* name;
+    const char* id;
+    const char* echoed;
+};
+
+class IdTest : public testing::TestWithParam<IdCase> {};
+
+TEST_P(IdTest, IsEchoedByItsRule) {
+    const std::string expected =
+        std::string(R"({"jsonrpc":"2.0","id":)") + GetParam().echoed + R"(,"result":{}})";
+    EXPECT_EQ(replyTo(std::string(R"({"method":"ping","id":)") + GetParam().id + "}"), json::parse(expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ids, IdTest,
+    testing::Values(IdCase{"AnIntegerAsItIs", "42", "42"}, IdCase{"ZeroAsItIs", "0", "0"},
+                    IdCase{"OneStaysANumber", "1", "1"}, IdCase{"NegativeOnesToo", "-7", "-7"},
+                    IdCase{"TheLargest", "9223372036854775807", "9223372036854775807"},
+                    IdCase{"TheSmallest", "-9223372036854775808", "-9223372036854775808"},
+                    IdCase{"AWholeFractionAsAnInteger", "3.0", "3"},
+                    IdCase{"AFractionIsCutTowardZero", "2.9", "2"},
+                    IdCase{"ANegativeFractionIsCutTowardZero", "-2.5", "-2"},
+                    IdCase{"AStringAsItIs", "\"a/b é\"", "\"a/b é\""},
+                    IdCase{"AnEmptyString", "\"\"", "\"\""}, IdCase{"TrueCountsAsOne", "true", "1"},
+                    IdCase{"FalseCountsAsZero", "false", "0"}, IdCase{"AnObjectIsNull", "{}", "null"},
+                    IdCase{"AnArrayIsNull", "[1]", "null"}),
+    nameOf);
+
+TEST(Dispatch, AnIdOutside64BitsEndsTheProcessWithNothingWritten) {
+    for (const char* const id : {"1e300", "-1e300", "9223372036854775808", "1e19"}) {
+        const std::string line = std::string(R"({"method":"ping","id":)") + id + "}\n";
+        EXPECT_DEATH(converse(line), "^$") << id;
+    }
+}
+
+TEST(Dispatch, ADoubleOnTheEdgeOf64BitsIsStillAnId) {
+    EXPECT_EQ(replyTo(R"({"method":"ping","id":-9223372036854775809})")["id"], INT64_MIN);
+}
+
+TEST(Dispatch, ExitEndsTheProcessAtOnceWithStatusZero) {
+    EXPECT_EXIT(converse("{\"id\":6,\"method\":\"exit\"}\n{\"id\":7,\"method\":\"no\"}\n"),
+                testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(converse("{\"method\":\"exit\"}\n"), testing::ExitedWithCode(0), "");
+}
+
+TEST(Dispatch, AToolCallWithoutAnIdStillReachesTheHost) {
+    ScriptedHost host;
+    EXPECT_EQ(
+        converse("{\"method\":\"tools/call\",\"params\":{\"name\":\"rescan_now\"}}\n", host.socketPath()),
+        "");
+    ASSERT_EQ(host.received().size(), 1U);
+    EXPECT_EQ(host.received()[0]["tool"], "rescan_now");
+}
+
+TEST(Dispatch, AResourceReadWithoutAnIdStillReachesTheHostAndItsErrorIsDropped) {
+    ScriptedHost host;
+    host.replies(R"({"ok":false})");
+    EXPECT_EQ(converse("{\"method\":\"resources/read\",\"params\":{\"uri\":\"x\"}}\n", host.socketPath()),
+              "");
+    EXPECT_EQ(host.received().size(), 1U);
+}
+
+TEST(Dispatch, ParamsThatAreNoStructureCountAsNone) {
+    for (const char* const params : {"null", "1", "\"x\"", "true", "[]", "[{\"name\":\"x\"}]"}) {
+        const json reply = replyTo(std::string(R"({"id":1,"method":"prompts/get","params":)") + params + "}");
+        EXPECT_EQ(reply["error"]["code"], -32602) << params;
+    }
+}
+
+TEST(Dispatch, TheNextRequestWaitsForTheHost) {
+    ScriptedHost host;
+    host.repliesSlowly(R"({"ok":true,"result":"first"})", 2);
+    const auto replies = repliesTo("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}\n"
+                                   "{\"id\":2,\"method\":\"ping\"}\n",
+                                   host.socketPath());
+    ASSERT_EQ(replies.size(), 2U);
+    EXPECT_EQ(replies[0]["id"], 1);
+    EXPECT_EQ(replies[1]["id"], 2);
+}
+
+// emitLine.
+
+TEST(EmitLine, WritesOneCompactLineWithSlashesUnescaped) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    emitLine(JSONValue::object({{"a", "b/c"}}), ends[1]);
+    std::array<char, 64> received{};
+    const ssize_t count = ::read(ends[0], received.data(), received.size());
+    EXPECT_EQ(std::string_view(received.data(), static_cast<std::size_t>(count)), "{\"a\":\"b/c\"}\n");
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+TEST(EmitLine, WhatCannotBeSerialisedIsTheLineNull) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    emitLine(JSONValue(std::nan("")), ends[1]);
+    std::array<char, 64> received{};
+    const ssize_t count = ::read(ends[0], received.data(), received.size());
+    EXPECT_EQ(std::string_view(received.data(), static_cast<std::size_t>(count)), "null\n");
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+TEST(EmitLine, AFullNonBlockingPipeIsWaitedForAndNoLineIsCut) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    ::fcntl(ends[1], F_SETFL, O_NONBLOCK);
+    const std::string text(1'000'000, 'x');  // more than any pipe holds
+    std::thread writer([&] {
+        for (int line = 0; line < 3; ++line) emitLine(JSONValue(text), ends[1]);
+        ::close(ends[1]);
+    });
+    std::string received;
+    std::array<char, 777> chunk{};
+    for (ssize_t count = 0; (count = ::read(ends[0], chunk.data(), chunk.size())) > 0;) {
+        received.append(chunk.data(), static_cast<std::size_t>(count));
+    }
+    writer.join();
+    ::close(ends[0]);
+    const std::string line = "\"" + text + "\"\n";
+    EXPECT_TRUE(received == line + line + line);
+}
+
+TEST(EmitLine, AWriteErrorIsDropped) { emitLine(JSONValue("x"), -1); }
+
+}  // namespace
+}  // namespace tidewell::test

@@ -1,0 +1,158 @@
+#include "Process.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+namespace tidewell::test {
+
+namespace {
+
+std::array<int, 2> makePipe() {
+    std::array<int, 2> ends{};
+    if (::pipe(ends.data()) != 0) throw std::runtime_error("pipe failed");
+    for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
+    return ends;
+}
+
+/// For posix_spawn: pointers into strings that outlive the call.
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+    std::vector<char*> result;
+    for (std::string& text : texts) result.push_back(text.data());
+    result.push_back(nullptr);
+    return result;
+}
+
+}  // namespace
+
+Process::Process(const Options& options) {
+    ::signal(SIGPIPE, SIG_IGN);  // a child that went early must not take the tests along
+
+    std::array<int, 2> in = {options.input, -1};
+    std::array<int, 2> out = {-1, options.output};
+    if (options.input < 0) in = makePipe();
+    if (options.output < 0) out = makePipe();
+
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawnattr_t attributes;
+    ::posix_spawnattr_init(&attributes);
+    sigset_t reset;
+    ::sigemptyset(&reset);
+    ::sigaddset(&reset, SIGPIPE);
+    ::posix_spawnattr_setsigdefault(&attributes, &reset);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+
+    std::vector<std::string> arguments = {options.program};
+    arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
+    std::vector<std::string> environment;
+    for (const auto& [name, value] : options.environment) environment.push_back(name + "=" + value);
+    const int failure = ::posix_spawn(&id_, options.program.c_str(), &actions, &attributes,
+                                      pointers(arguments).data(), pointers(environment).data());
+    ::posix_spawn_file_actions_destroy(&actions);
+    ::posix_spawnattr_destroy(&attributes);
+    if (options.input < 0) ::close(in[0]);
+    if (options.output < 0) ::close(out[1]);
+    input_ = in[1];
+    output_ = out[0];
+    if (failure != 0) throw std::runtime_error("cannot start " + options.program);
+}
+
+Process::~Process() {
+    closeInput();
+    closeOutput();
+    if (!status_) wait(0);
+}
+
+void Process::write(std::string_view bytes) const {
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(input_, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return;
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
+
+bool Process::readMore(int timeoutMilliseconds) {
+    pollfd wanted{.fd = output_, .events = POLLIN, .revents = 0};
+    if (::poll(&wanted, 1, timeoutMilliseconds) <= 0) return false;
+    std::array<char, 65536> chunk{};
+    const ssize_t count = ::read(output_, chunk.data(), chunk.size());
+    if (count <= 0) return false;
+    received_.append(chunk.data(), static_cast<std::size_t>(count));
+    return true;
+}
+
+std::optional<std::string> Process::readLine() {
+    for (;;) {
+        if (const auto end = received_.find('\n'); end != std::string::npos) {
+            std::string line = received_.substr(0, end);
+            received_.erase(0, end + 1);
+            return line;
+        }
+        if (!readMore(10'000)) return std::nullopt;
+    }
+}
+
+std::string Process::readAll() {
+    while (readMore(150'000)) {
+    }
+    return std::exchange(received_, {});
+}
+
+void Process::closeInput() {
+    if (input_ >= 0) ::close(std::exchange(input_, -1));
+}
+
+void Process::closeOutput() {
+    if (output_ >= 0) ::close(std::exchange(output_, -1));
+}
+
+bool Process::isRunning() {
+    if (status_) return false;
+    int state = 0;
+    const pid_t ended = ::waitpid(id_, &state, WNOHANG);
+    if (ended == 0) return true;
+    status_ = WIFSIGNALED(state) ? -WTERMSIG(state) : WEXITSTATUS(state);
+    return false;
+}
+
+ExitStatus Process::wait(int timeoutSeconds) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::seconds(timeoutSeconds);
+    while (isRunning()) {
+        if (Clock::now() >= deadline) ::kill(id_, SIGKILL);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return *status_;
+}
+
+Finished runProcess(const Process::Options& options, std::string_view input) {
+    Process process(options);
+    // On a thread of its own, so that a long input and a long output cannot wait for each other.
+    std::thread writer([&] {
+        process.write(input);
+        process.closeInput();
+    });
+    std::string output = process.readAll();
+    writer.join();
+    return {std::move(output), process.wait()};
+}
+
+std::map<std::string, std::string> environmentFor(const std::string& socketPath) {
+    return {{"HOME", "/nonexistent"}, {"PATH", "/usr/bin:/bin"}, {"TIDEWELL_SOCKET_PATH", socketPath}};
+}
+
+}  // namespace tidewell::test

@@ -1,0 +1,68 @@
+// Process.hpp: the real program as a child, as an MCP client would start it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tidewell::test {
+
+/// What became of a child: its exit status, or minus the signal that ended it.
+using ExitStatus = int;
+
+class Process {
+public:
+    struct Options {
+        std::vector<std::string> arguments;
+        /// The whole environment of the child.
+        std::map<std::string, std::string> environment;
+        std::string program = TIDEWELL_MCP_PATH;
+        /// Descriptors to hand over instead of pipes of our own; -1 for a pipe.
+        int input = -1;
+        int output = -1;
+    };
+
+    explicit Process(const Options& options);
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    /// A child that is still there is killed.
+    ~Process();
+
+    pid_t id() const { return id_; }
+    void write(std::string_view bytes) const;
+    void writeLine(std::string_view line) const { write(std::string(line) + "\n"); }
+    /// The next line of output without its line feed; nothing at the end of output or after ten seconds.
+    std::optional<std::string> readLine();
+    /// All that is still to come until the end of output.
+    std::string readAll();
+    void closeInput();
+    void closeOutput();
+    /// Waits for the end; the child is killed after `timeoutSeconds`, and -9 tells of it.
+    ExitStatus wait(int timeoutSeconds = 10);
+    bool isRunning();
+
+private:
+    bool readMore(int timeoutMilliseconds);
+
+    pid_t id_ = -1;
+    int input_ = -1;
+    int output_ = -1;
+    std::string received_;
+    std::optional<ExitStatus> status_;
+};
+
+/// A child that got all of `input` and whose input was closed then.
+struct Finished {
+    std::string output;
+    ExitStatus status;
+};
+Finished runProcess(const Process::Options& options, std::string_view input);
+
+/// An environment in which no host app can be found by accident.
+std::map<std::string, std::string> environmentFor(const std::string& socketPath);
+
+}  // namespace tidewell::test

@@ -1,0 +1,169 @@
+#include "ScriptedHost.hpp"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <stdexcept>
+#include <utility>
+
+namespace tidewell::test {
+
+std::string HostConnection::readEnvelope() const {
+    std::string line;
+    std::array<char, 65536> chunk{};
+    for (;;) {
+        const ssize_t count = ::recv(descriptor_, chunk.data(), chunk.size(), 0);
+        if (count <= 0) return line;
+        line.append(chunk.data(), static_cast<std::size_t>(count));
+        if (const auto end = line.find('\n'); end != std::string::npos) return line.substr(0, end);
+    }
+}
+
+void HostConnection::write(std::string_view bytes) const {
+    while (!bytes.empty()) {
+        const ssize_t count = ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (count <= 0) return;
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
+
+ScriptedHost::ScriptedHost(std::string path)
+    : socketPath_(path.empty() ? folder_ / "host.sock" : std::move(path)),
+      listener_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (socketPath_.size() >= sizeof address.sun_path) throw std::runtime_error("socket path too long");
+    socketPath_.copy(address.sun_path, socketPath_.size());
+    if (::bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(listener_, 16) != 0) {
+        throw std::runtime_error("cannot listen at " + socketPath_);
+    }
+    thread_ = std::thread(&ScriptedHost::serve, this);
+}
+
+ScriptedHost::~ScriptedHost() {
+    stopping_ = true;
+    ::shutdown(listener_, SHUT_RDWR);
+    thread_.join();
+    ::close(listener_);
+    ::unlink(socketPath_.c_str());
+}
+
+void ScriptedHost::serve() {
+    while (!stopping_) {
+        const int descriptor = ::accept(listener_, nullptr, nullptr);
+        if (descriptor < 0) continue;
+        ++connections_;
+        Behaviour behaviour;
+        {
+            const std::lock_guard lock(mutex_);
+            if (!behaviours_.empty()) {
+                behaviour = std::move(behaviours_.front());
+                behaviours_.pop_front();
+            }
+        }
+        const HostConnection connection(descriptor);
+        if (behaviour) {
+            behaviour(connection);
+        } else {
+            readAndRecord(connection);
+            connection.write("{\"ok\":true}\n");
+        }
+        ::close(descriptor);
+    }
+}
+
+std::string ScriptedHost::readAndRecord(const HostConnection& connection) {
+    std::string line = connection.readEnvelope();
+    const std::lock_guard lock(mutex_);
+    received_.push_back(nlohmann::json::parse(line, nullptr, false));
+    return line;
+}
+
+std::vector<nlohmann::json> ScriptedHost::received() const {
+    const std::lock_guard lock(mutex_);
+    return received_;
+}
+
+ScriptedHost& ScriptedHost::then(Behaviour behaviour) {
+    const std::lock_guard lock(mutex_);
+    behaviours_.push_back(std::move(behaviour));
+    return *this;
+}
+
+ScriptedHost& ScriptedHost::closesAtOnce() {
+    return then([](const HostConnection&) {});
+}
+
+ScriptedHost& ScriptedHost::neverReads() {
+    return then([this](const HostConnection& connection) {
+        // Until the server hangs up or the test ends; a poll for errors alone reads nothing.
+        pollfd watched{.fd = connection.descriptor(), .events = 0, .revents = 0};
+        while (!stopping_ && ::poll(&watched, 1, 20) == 0) {
+        }
+    });
+}
+
+ScriptedHost& ScriptedHost::closesUnanswered() {
+    return then([this](const HostConnection& connection) { readAndRecord(connection); });
+}
+
+ScriptedHost& ScriptedHost::repliesWith(std::string bytes) {
+    return then([this, bytes = std::move(bytes)](const HostConnection& connection) {
+        readAndRecord(connection);
+        connection.write(bytes);
+    });
+}
+
+ScriptedHost& ScriptedHost::replies(std::string text) { return repliesWith(std::move(text) + '\n'); }
+
+ScriptedHost& ScriptedHost::repliesWithoutLineFeed(std::string text) { return repliesWith(std::move(text)); }
+
+ScriptedHost& ScriptedHost::repliesInPieces(std::string text, std::size_t pieceSize) {
+    return then([this, text = std::move(text) + '\n', pieceSize](const HostConnection& connection) {
+        readAndRecord(connection);
+        for (std::string_view rest = text; !rest.empty();
+             rest.remove_prefix(std::min(pieceSize, rest.size()))) {
+            connection.write(rest.substr(0, pieceSize));
+        }
+    });
+}
+
+ScriptedHost& ScriptedHost::repliesInSingleBytes(std::string text) {
+    return repliesInPieces(std::move(text), 1);
+}
+
+ScriptedHost& ScriptedHost::repliesSlowly(std::string text, int milliseconds) {
+    return then([this, text = std::move(text) + '\n', milliseconds](const HostConnection& connection) {
+        readAndRecord(connection);
+        for (const char byte : text) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+            connection.write({&byte, 1});
+        }
+    });
+}
+
+ScriptedHost& ScriptedHost::staysSilent() {
+    return then([this](const HostConnection& connection) {
+        readAndRecord(connection);
+        pollfd watched{.fd = connection.descriptor(), .events = POLLIN, .revents = 0};
+        while (!stopping_ && ::poll(&watched, 1, 20) == 0) {
+        }
+    });
+}
+
+ScriptedHost& ScriptedHost::does(std::string_view name, std::string text) {
+    if (name == "closes-at-once") return closesAtOnce();
+    if (name == "closes-unanswered") return closesUnanswered();
+    if (name == "replies") return replies(std::move(text));
+    if (name == "replies-without-line-feed") return repliesWithoutLineFeed(std::move(text));
+    if (name == "replies-in-single-bytes") return repliesInSingleBytes(std::move(text));
+    if (name == "replies-slowly") return repliesSlowly(std::move(text), 2);
+    throw std::runtime_error("the scripted host knows no '" + std::string(name) + "'");
+}
+
+}  // namespace tidewell::test

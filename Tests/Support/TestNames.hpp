@@ -1,0 +1,22 @@
+// TestNames.hpp: what a row of a table-driven test is called; it is what a failure prints.
+#pragma once
+
+#include <cctype>
+#include <filesystem>
+#include <string>
+
+namespace tidewell::test {
+
+/// For rows with a member `name`.
+inline constexpr auto nameOf = [](const auto& tested) { return std::string(tested.param.name); };
+
+/// For rows that are files: the file's name without its ending.
+inline constexpr auto fileNameOf = [](const auto& tested) {
+    std::string name = tested.param.stem().string();
+    for (char& letter : name) {
+        if (std::isalnum(static_cast<unsigned char>(letter)) == 0) letter = '_';
+    }
+    return name;
+};
+
+}  // namespace tidewell::test
