@@ -84,8 +84,8 @@ JSONValue StdioBridge::wrapSocketResponse(const JSONValue& reply) {
 
 JSONValue StdioBridge::toolErrorResult(std::string_view code, std::string_view message,
                                        std::optional<std::string_view> hint) {
-    const JSONValue record = hint ? JSONValue::object({{"code", code}, {"message", message}, {"hint", *hint}})
-                                  : JSONValue::object({{"code", code}, {"message", message}});
+    JSONValue record = JSONValue::object({{"code", code}, {"message", message}});
+    if (hint) record = JSONValue::object({{"code", code}, {"message", message}, {"hint", *hint}});
     return toolResult(JSONValue::object({{"error", record}}).jsonString(), true);
 }
 

@@ -1,0 +1,219 @@
+// PropertyTests.cpp: what must hold for any input at all, tried on random ones. An independent JSON library
+// is the judge.
+#include "JSONReader.hpp"
+#include "JSONValue.hpp"
+
+#include "Support/Conversation.hpp"
+#include "Support/RandomJSON.hpp"
+#include "Support/ScriptedHost.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <cmath>
+#include <string>
+#include <thread>
+
+namespace tidewell::test {
+namespace {
+
+using nlohmann::json;
+
+/// The judge's tree as ours has to be: whole numbers within 64 bits are ints, others doubles.
+JSONValue expectedFrom(const json& judge) {
+    switch (judge.type()) {
+    case json::value_t::null: return nullptr;
+    case json::value_t::boolean: return judge.get<bool>();
+    case json::value_t::number_integer: return judge.get<std::int64_t>();
+    case json::value_t::number_unsigned: {
+        const auto value = judge.get<std::uint64_t>();
+        if (value <= INT64_MAX) return static_cast<std::int64_t>(value);
+        return static_cast<double>(value);
+    }
+    case json::value_t::number_float: {
+        const auto value = judge.get<double>();
+        constexpr double limit = 9223372036854775808.0;
+        // An integer token beyond 64 bits stays a double though its value may fit again after rounding.
+        if (value == std::trunc(value) && value > -limit && value < limit)
+            return static_cast<std::int64_t>(value);
+        return value;
+    }
+    case json::value_t::string: return judge.get_ref<const std::string&>();
+    case json::value_t::array: {
+        std::vector<JSONValue> elements;
+        for (const json& element : judge) elements.push_back(expectedFrom(element));
+        return JSONValue::array(elements);
+    }
+    case json::value_t::object: {
+        std::vector<JSONValue> keysAndValues;
+        for (const auto& [key, value] : judge.items()) {
+            keysAndValues.emplace_back(key);
+            keysAndValues.push_back(expectedFrom(value));
+        }
+        return JSONValue::object(keysAndValues);
+    }
+    default: throw std::logic_error("no JSON");
+    }
+}
+
+/// The rule of from(), told in the judge's terms.
+json withBooleans(const json& judge) {
+    if (judge.is_number() && (judge == 0 || judge == 1)) return judge == 1;
+    if (!judge.is_structured()) return judge;
+    json converted = judge;
+    for (auto& element : converted) element = withBooleans(element);
+    return converted;
+}
+
+TEST(JSONProperties, WhatIsReadIsWhatTheJudgeReadsAndIsWrittenBackEqual) {
+    RandomJSON random(testSeed());
+    for (int round = 0; round < 20'000; ++round) {
+        SCOPED_TRACE("seed " + std::to_string(testSeed()) + ", round " + std::to_string(round));
+        const json original = random.value();
+        const std::string text = original.dump(random.chance(20) ? 2 : -1, ' ', random.chance(30));
+        const JSONValue decoded = JSONValue::decode(text);
+        ASSERT_EQ(decoded, expectedFrom(original)) << text;
+        const std::string written = decoded.jsonString();
+        ASSERT_EQ(JSONValue::decode(written), decoded) << written;
+        ASSERT_EQ(expectedFrom(json::parse(written)), decoded) << written;
+        ASSERT_EQ(JSONValue::from(JSONValue::decode(text)), expectedFrom(withBooleans(original))) << text;
+    }
+}
+
+TEST(JSONProperties, DamagedTextIsAcceptedOrRefusedAsTheJudgeDoes) {
+    RandomJSON random(testSeed());
+    int accepted = 0;
+    for (int round = 0; round < 40'000; ++round) {
+        SCOPED_TRACE("seed " + std::to_string(testSeed()) + ", round " + std::to_string(round));
+        const std::string text = random.damaged(random.value(3).dump());
+        // The judge takes a NUL for the end of its input.
+        if (text.find('\0') != std::string::npos) continue;
+        const json judge = json::parse(text, nullptr, false);
+        try {
+            const JSONValue ours = readJSON(text);
+            ASSERT_FALSE(judge.is_discarded()) << "accepted: " << text;
+            ASSERT_EQ(ours, expectedFrom(judge)) << text;
+            ++accepted;
+        } catch (const JSONError& error) {
+            ASSERT_TRUE(judge.is_discarded()) << "refused: " << text << ": " << error.what();
+        }
+    }
+    EXPECT_GT(accepted, 5'000) << "both verdicts have to be common for this to mean something";
+}
+
+TEST(JSONProperties, DoublesSurviveTheWayOutAndIn) {
+    RandomJSON random(testSeed());
+    std::mt19937_64 engine(testSeed());
+    for (int round = 0; round < 50'000; ++round) {
+        const std::uint64_t bits = engine();
+        double value = 0;
+        std::memcpy(&value, &bits, sizeof value);
+        if (!std::isfinite(value)) continue;
+        const std::string text = JSONValue(value).jsonString();
+        ASSERT_EQ(std::strtod(text.c_str(), nullptr), value) << text;
+        ASSERT_EQ(JSONValue::decode(text).number().value_or(value), value) << text;
+    }
+}
+
+/// A line as a client might send it, sound or not.
+std::string randomLine(RandomJSON& random, int id) {
+    static constexpr const char* methods[] = {"ping",
+                                              "tools/list",
+                                              "prompts/list",
+                                              "prompts/get",
+                                              "initialize",
+                                              "shutdown",
+                                              "tools/call",
+                                              "resources/read",
+                                              "no/such",
+                                              "initialized",
+                                              "notifications/initialized",
+                                              "resources/templates/list"};
+    if (random.chance(10)) {
+        std::string garbage = random.damaged(random.value(2).dump());
+        std::erase(garbage, '\n');
+        return garbage;
+    }
+    json message = {{"jsonrpc", "2.0"}, {"method", methods[random.upTo(std::size(methods) - 1)]}};
+    if (random.chance(85)) message["id"] = random.chance(80) ? json(id) : json(random.string());
+    if (random.chance(50)) message["params"] = {{"name", random.string()}, {"uri", random.string()}};
+    if (random.chance(20)) message["params"] = random.value(3);
+    return message.dump();
+}
+
+/// What the bridge writes when its input arrives in packets of the given sizes: each read gets one.
+std::string converseInPackets(std::string_view input, RandomJSON& random, std::size_t largest) {
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends.data()) != 0)
+        throw std::runtime_error("socketpair failed");
+    std::FILE* const out = std::tmpfile();
+    std::thread writer([&] {
+        while (!input.empty()) {
+            const std::size_t size = std::min(1 + random.upTo(largest - 1), input.size());
+            const ssize_t count = ::send(ends[1], input.data(), size, MSG_NOSIGNAL);
+            if (count <= 0) break;
+            input.remove_prefix(static_cast<std::size_t>(count));
+        }
+        ::close(ends[1]);
+    });
+    StdioBridge(SocketClient("/nonexistent/host.sock"), ends[0], ::fileno(out)).run();
+    writer.join();
+    ::close(ends[0]);
+    std::string output(static_cast<std::size_t>(::lseek(::fileno(out), 0, SEEK_END)), '\0');
+    const ssize_t count = ::pread(::fileno(out), output.data(), output.size(), 0);
+    std::fclose(out);
+    if (count != static_cast<ssize_t>(output.size())) throw std::runtime_error("short read");
+    return output;
+}
+
+TEST(ConversationProperties, HowTheInputIsCutCannotBeSeenInTheOutput) {
+    RandomJSON random(testSeed());
+    for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE("seed " + std::to_string(testSeed()) + ", round " + std::to_string(round));
+        std::string input;
+        for (int line = 0; line < 30; ++line)
+            input += randomLine(random, line) + (random.chance(20) ? "\r\n" : "\n");
+        const std::string expected = converse(input);
+        for (const std::size_t largest : {1UL, 7UL, 300UL, 4096UL}) {
+            ASSERT_EQ(converseInPackets(input, random, largest), expected) << input;
+        }
+    }
+}
+
+TEST(ConversationProperties, EveryRequestGetsOneValidReplyLineInOrderWhateverTheHostAnswers) {
+    RandomJSON random(testSeed());
+    ScriptedHost host;
+    for (int round = 0; round < 100; ++round) {
+        SCOPED_TRACE("seed " + std::to_string(testSeed()) + ", round " + std::to_string(round));
+        std::string input;
+        constexpr int requests = 20;
+        for (int id = 0; id < requests; ++id) {
+            const char* const method = random.chance(70) ? "tools/call" : "resources/read";
+            input +=
+                json{{"id", id}, {"method", method}, {"params", {{"name", "x"}, {"uri", "y"}}}}.dump() + "\n";
+            json reply = random.value(3);
+            if (random.chance(60)) reply = {{"ok", random.chance(50) ? json(true) : random.value(0)}};
+            if (reply.is_object() && random.chance(60)) reply["result"] = random.value(4);
+            if (reply.is_object() && random.chance(40))
+                reply["error"] = {{"code", random.value(0)}, {"message", random.value(0)}};
+            const std::string text = reply.dump();
+            host.repliesWith((random.chance(30) ? random.damaged(text) : text) +
+                             (random.chance(90) ? "\n" : ""));
+        }
+        const std::vector<json> replies = repliesTo(input, host.socketPath());
+        ASSERT_EQ(replies.size(), static_cast<std::size_t>(requests));
+        for (int id = 0; id < requests; ++id) {
+            const json& reply = replies[static_cast<std::size_t>(id)];
+            ASSERT_EQ(reply["id"], id);
+            ASSERT_EQ(reply["jsonrpc"], "2.0");
+            ASSERT_EQ(reply.size(), 3U);
+            ASSERT_NE(reply.contains("result"), reply.contains("error")) << reply;
+            if (reply.contains("result") && reply["result"].contains("content")) {
+                ASSERT_TRUE(json::accept(reply["result"]["content"][0]["text"].get<std::string>())) << reply;
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace tidewell::test
