@@ -7,17 +7,15 @@ namespace tidewell {
 
 Worker::~Worker() {
     if (!thread_.joinable()) return;
-    state_ = stopping;
-    state_.notify_one();
+    enter(State::stopping);
     thread_.join();
 }
 
 void Worker::run(const std::function<void()>& job) {
     if (!start()) return job();
     job_ = &job;
-    state_ = working;
-    state_.notify_one();
-    state_.wait(working);
+    enter(State::working);
+    leave(State::working);
     if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
 }
 
@@ -32,17 +30,29 @@ bool Worker::start() {
 }
 
 void Worker::loop() {
-    for (;;) {
-        state_.wait(idle);
-        if (state_ == stopping) return;
+    while (leave(State::idle) == State::working) {
         try {
             (*job_)();
         } catch (...) {
             failure_ = std::current_exception();
         }
-        state_ = idle;
-        state_.notify_one();
+        enter(State::idle);
     }
+}
+
+void Worker::enter(State state) {
+    {
+        const std::lock_guard lock(mutex_);
+        state_ = state;
+    }
+    changed_.notify_one();  // only ever one side waits
+}
+
+/// Waits for the end of `state` and returns the one that followed.
+Worker::State Worker::leave(State state) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return state_ != state; });
+    return state_;
 }
 
 }  // namespace tidewell

@@ -1,9 +1,11 @@
 // Worker.hpp: one thread for blocking work, started on first use and kept until the end of the process.
 #pragma once
 
-#include <atomic>
+#include <condition_variable>
+#include <cstdint>
 #include <exception>
 #include <functional>
+#include <mutex>
 #include <thread>
 
 namespace tidewell {
@@ -23,14 +25,18 @@ public:
     void run(const std::function<void()>& job);
 
 private:
-    enum State : int { idle, working, stopping };  // a plain int: what a futex waits on
+    enum class State : std::uint8_t { idle, working, stopping };
 
     void loop();
     bool start();
+    void enter(State state);
+    State leave(State state);
 
-    std::atomic<int> state_{idle};
-    const std::function<void()>* job_ = nullptr;  // set while working
-    std::exception_ptr failure_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    State state_ = State::idle;                   // under the mutex
+    const std::function<void()>* job_ = nullptr;  // valid while working
+    std::exception_ptr failure_;                  // of the job that ended last
     std::thread thread_;
 };
 
