@@ -169,7 +169,7 @@ TEST(JSONReader, TheErrorSaysWhatAndWhere) {
         FAIL() << "it was accepted";
     } catch (const JSONError& error) {
         EXPECT_EQ(error.offset(), 7U);
-        EXPECT_STREQ(error.reason(), "expected ',' or '}'");
+        EXPECT_STREQ(error.what(), "invalid JSON at byte 7: expected ',' or '}'");
     }
 }
 

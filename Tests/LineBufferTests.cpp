@@ -68,5 +68,28 @@ TEST(LineBuffer, AnUnusuallyLongLineLeavesTheShortOnesBehindItIntact) {
     EXPECT_EQ(buffer.nextLine(), "next");
 }
 
+TEST(LineBuffer, MemoryOfAnUnusuallyLongLineIsGivenBack) {
+    LineBuffer buffer;
+    buffer.append(std::string(16 << 20, 'x') + "\n");
+    EXPECT_TRUE(buffer.nextLine().has_value());
+    EXPECT_GE(buffer.capacity(), 16U << 20);
+    buffer.append("short\n");
+    EXPECT_EQ(buffer.nextLine(), "short");
+    EXPECT_LE(buffer.capacity(), 1U << 20);
+}
+
+TEST(LineBuffer, ADroppedLineIsGoneToItsEndAndNoFurther) {
+    LineBuffer buffer;
+    buffer.append("kept\nthe start of");
+    EXPECT_EQ(buffer.nextLine(), "kept");
+    EXPECT_EQ(buffer.nextLine(), std::nullopt);
+    buffer.dropLine();
+    buffer.append(" a line");
+    EXPECT_EQ(buffer.nextLine(), std::nullopt);
+    buffer.append(" that was given up\nnext\n");
+    EXPECT_EQ(buffer.nextLine(), "next");
+    EXPECT_EQ(buffer.nextLine(), std::nullopt);
+}
+
 }  // namespace
 }  // namespace tidewell

@@ -32,7 +32,8 @@ Process::Options options(std::vector<std::string> arguments = {},
 Finished runWithSwitches(std::vector<std::string> arguments) {
     Process process(options(std::move(arguments)));
     std::string output = process.readAll();
-    return {std::move(output), process.wait()};
+    const ExitStatus status = process.wait();
+    return {std::move(output), process.errors(), status};
 }
 
 const std::string versionLine = "Tidewell " TIDEWELL_VERSION " (protocol 2025-11-25)\n";
@@ -128,10 +129,21 @@ TEST(Program, ExitEndsItAlsoAfterACall) {
 }
 
 TEST(Program, AnIdOutside64BitsEndsItByAFatalErrorWithNothingWritten) {
+    for (const std::string id : {"1e300", "-1e300", "9223372036854775808", "-9223372036854775809", "1e19"}) {
+        const Finished finished = runProcess(
+            options(), "{\"id\":" + id + ",\"method\":\"ping\"}\n{\"id\":1,\"method\":\"ping\"}\n");
+        EXPECT_EQ(finished.output, "") << id;
+        EXPECT_EQ(finished.errors, "") << id;
+        EXPECT_EQ(finished.status, -SIGABRT) << id;
+    }
+}
+
+TEST(Program, AnIdOutside64BitsDoesNoHarmWhereNothingIsAnswered) {
     const Finished finished =
-        runProcess(options(), "{\"id\":1e300,\"method\":\"ping\"}\n{\"id\":1,\"method\":\"ping\"}\n");
-    EXPECT_EQ(finished.output, "");
-    EXPECT_EQ(finished.status, -SIGABRT);
+        runProcess(options(), "{\"id\":1e300,\"method\":\"notifications/initialized\"}\n"
+                              "{\"id\":1,\"method\":\"ping\"}\n");
+    EXPECT_EQ(finished.output, "{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":{}}\n");
+    EXPECT_EQ(finished.status, 0);
 }
 
 TEST(Program, WhenTheClientClosedItsEndTheCallIsStillMadeAndTheReplyEndsTheProcess) {
@@ -169,6 +181,109 @@ TEST(Program, SignalsEndItAtOnceAlsoInTheMiddleOfACall) {
     }
 }
 
+TEST(Program, AnInterruptedExchangeGoesOn) {
+    // Stopped and continued, a wait with a time limit is interrupted on Linux.
+    ScriptedHost host;
+    host.then([](const HostConnection& connection) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        connection.readEnvelope();
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        connection.write("{\"ok\":true}\n");
+    });
+    Process process(options({}, host.socketPath()));
+    process.writeLine(R"({"id":1,"method":"tools/call","params":{"name":"x","arguments":{"a":")" +
+                      std::string(1'000'000, 'x') + "\"}}}");
+    for (int round = 0; round < 10; ++round) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        ::kill(process.id(), SIGSTOP);
+        ::kill(process.id(), SIGCONT);
+    }
+    EXPECT_EQ(json::parse(process.readLine().value_or("{}"))["result"]["isError"], false);
+}
+
+TEST(Program, AFullDiskBehindItsOutputIsNotItsEnd) {
+    ScriptedHost host;
+    Process::Options full = options({}, host.socketPath());
+    full.output = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+    if (full.output < 0) GTEST_SKIP() << "no /dev/full here";
+    Process process(full);
+    ::close(full.output);
+    for (int call = 0; call < 2; ++call)
+        process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+    process.closeInput();
+    EXPECT_EQ(process.wait(), 0);
+    EXPECT_EQ(host.received().size(), 2U);
+    EXPECT_EQ(process.errors(), "");
+}
+
+TEST(Program, WaitingForAFullOutputTakesNoProcessorTime) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
+    ::fcntl(ends[1], F_SETFL, O_NONBLOCK);
+    Process::Options slow = options();
+    slow.output = ends[1];
+    Process process(slow);
+    ::close(ends[1]);
+    for (int request = 0; request < 10; ++request) process.writeLine("{\"id\":1,\"method\":\"tools/list\"}");
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    process.closeInput();
+    std::size_t received = 0;
+    std::array<char, 4096> chunk{};
+    for (ssize_t count = 0; (count = ::read(ends[0], chunk.data(), chunk.size())) > 0;)
+        received += static_cast<std::size_t>(count);
+    ::close(ends[0]);
+    EXPECT_EQ(process.wait(), 0);
+    EXPECT_GT(received, 150'000U);
+    EXPECT_LT(process.processorSeconds(), 0.75) << "half of the time it had to wait";
+}
+
+/// The program under a shell that prepares its surroundings first; `preparation` ends in the words that start it.
+Process::Options behind(const std::string& preparation,
+                        const std::string& socketPath = "/nonexistent/host.sock") {
+    Process::Options result = options({"-c", preparation, TIDEWELL_MCP_PATH}, socketPath);
+    result.program = "/bin/sh";
+    return result;
+}
+
+TEST(Program, ClosedDescriptorsAtItsStartAreNoTrouble) {
+    const std::string ping = "{\"id\":1,\"method\":\"ping\"}\n";
+    EXPECT_EQ(runProcess(behind("exec \"$0\" <&-"), ping).status, 0);
+    EXPECT_EQ(runProcess(behind("exec \"$0\" < /"), ping).status, 0) << "a folder as input";
+    EXPECT_EQ(runProcess(behind("exec \"$0\" >&-"), ping).status, 0);
+
+    // The connection to the host app gets the number of the missing output; no reply may go there.
+    ScriptedHost host;
+    const std::string call = "{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}\n";
+    EXPECT_EQ(runProcess(behind("exec \"$0\" >&-", host.socketPath()), call + call).status, 0);
+    ASSERT_EQ(host.received().size(), 2U);
+    EXPECT_EQ(host.received()[1]["tool"], "x");
+}
+
+TEST(Program, WithoutAThreadToBeHadTheCallIsMadeAllTheSame) {
+    if (TIDEWELL_SANITIZED) GTEST_SKIP() << "sanitizers need all the address space there is";
+    ScriptedHost host;
+    // A thread's stack is as large as the limit says: more than there may be in all.
+    const Finished finished =
+        runProcess(behind("ulimit -s 400000 && ulimit -v 100000 && exec \"$0\"", host.socketPath()),
+                   "{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}\n");
+    EXPECT_EQ(json::parse(finished.output)["result"]["isError"], false);
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_EQ(finished.errors, "");
+}
+
+TEST(Program, ALineThatMemoryCannotHoldIsAnsweredAndTheNextOneCounts) {
+    if (TIDEWELL_SANITIZED) GTEST_SKIP() << "sanitizers need all the address space there is";
+    const std::string huge =
+        "{\"id\":1,\"method\":\"ping\",\"padding\":\"" + std::string(100'000'000, 'x') + "\"}\n";
+    const Finished finished =
+        runProcess(behind("ulimit -v 100000 && exec \"$0\""), huge + "{\"id\":2,\"method\":\"ping\"}\n");
+    EXPECT_EQ(finished.output, "{\"jsonrpc\":\"2.0\",\"id\":null,\"error\":{\"code\":-32603,\"message\":"
+                               "\"Internal error: std::bad_alloc\"}}\n"
+                               "{\"jsonrpc\":\"2.0\",\"id\":2,\"result\":{}}\n");
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_EQ(finished.errors, "");
+}
 TEST(Program, OneSocketMayBeBothItsInputAndItsOutput) {
     std::array<int, 2> ends{};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);

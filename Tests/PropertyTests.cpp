@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <thread>
@@ -19,40 +20,40 @@ namespace {
 
 using nlohmann::json;
 
-/// The judge's tree as ours has to be: whole numbers within 64 bits are ints, others doubles.
-JSONValue expectedFrom(const json& judge) {
+/// Whether our value is what the judge read. A number that the judge holds as a double must be the int that a
+/// whole one within 64 bits is (told apart from its neighbours, which doubles above 2^53 are not), or that double.
+bool agrees(const JSONValue& ours, const json& judge) {
     switch (judge.type()) {
-    case json::value_t::null: return nullptr;
-    case json::value_t::boolean: return judge.get<bool>();
-    case json::value_t::number_integer: return judge.get<std::int64_t>();
+    case json::value_t::null: return ours.isNull();
+    case json::value_t::boolean: return ours.boolean() == judge.get<bool>();
+    case json::value_t::number_integer: return ours.integer() == judge.get<std::int64_t>();
     case json::value_t::number_unsigned: {
         const auto value = judge.get<std::uint64_t>();
-        if (value <= INT64_MAX) return static_cast<std::int64_t>(value);
-        return static_cast<double>(value);
+        if (value <= INT64_MAX) return ours.integer() == static_cast<std::int64_t>(value);
+        return ours.number() == static_cast<double>(value);
     }
     case json::value_t::number_float: {
         const auto value = judge.get<double>();
         constexpr double limit = 9223372036854775808.0;
-        // An integer token beyond 64 bits stays a double though its value may fit again after rounding.
-        if (value == std::trunc(value) && value > -limit && value < limit)
-            return static_cast<std::int64_t>(value);
-        return value;
+        const bool isWhole = value == std::trunc(value) && value > -limit && value < limit;
+        if (const auto whole = ours.integer()) return isWhole && static_cast<double>(*whole) == value;
+        return !isWhole && ours.number() == value;
     }
-    case json::value_t::string: return judge.get_ref<const std::string&>();
+    case json::value_t::string: return ours.string() == judge.get_ref<const std::string&>();
     case json::value_t::array: {
-        std::vector<JSONValue> elements;
-        for (const json& element : judge) elements.push_back(expectedFrom(element));
-        return JSONValue::array(elements);
+        const auto elements = ours.elements();
+        return ours.kind() == JSONValue::Case::array &&
+               std::ranges::equal(elements, judge,
+                                  [](const auto& mine, const auto& other) { return agrees(mine, other); });
     }
     case json::value_t::object: {
-        std::vector<JSONValue> keysAndValues;
-        for (const auto& [key, value] : judge.items()) {
-            keysAndValues.emplace_back(key);
-            keysAndValues.push_back(expectedFrom(value));
-        }
-        return JSONValue::object(keysAndValues);
+        if (ours.kind() != JSONValue::Case::object || ours.members().size() != judge.size()) return false;
+        return std::ranges::all_of(judge.items(), [&](const auto& member) {
+            const JSONValue* const value = ours.find(member.key());
+            return value != nullptr && agrees(*value, member.value());
+        });
     }
-    default: throw std::logic_error("no JSON");
+    default: return false;
     }
 }
 
@@ -72,11 +73,11 @@ TEST(JSONProperties, WhatIsReadIsWhatTheJudgeReadsAndIsWrittenBackEqual) {
         const json original = random.value();
         const std::string text = original.dump(random.chance(20) ? 2 : -1, ' ', random.chance(30));
         const JSONValue decoded = JSONValue::decode(text);
-        ASSERT_EQ(decoded, expectedFrom(original)) << text;
+        ASSERT_TRUE(agrees(decoded, original)) << text;
         const std::string written = decoded.jsonString();
         ASSERT_EQ(JSONValue::decode(written), decoded) << written;
-        ASSERT_EQ(expectedFrom(json::parse(written)), decoded) << written;
-        ASSERT_EQ(JSONValue::from(JSONValue::decode(text)), expectedFrom(withBooleans(original))) << text;
+        ASSERT_TRUE(agrees(decoded, json::parse(written))) << written;
+        ASSERT_TRUE(agrees(JSONValue::from(JSONValue::decode(text)), withBooleans(original))) << text;
     }
 }
 
@@ -92,7 +93,7 @@ TEST(JSONProperties, DamagedTextIsAcceptedOrRefusedAsTheJudgeDoes) {
         try {
             const JSONValue ours = readJSON(text);
             ASSERT_FALSE(judge.is_discarded()) << "accepted: " << text;
-            ASSERT_EQ(ours, expectedFrom(judge)) << text;
+            ASSERT_TRUE(agrees(ours, judge)) << text;
             ++accepted;
         } catch (const JSONError& error) {
             ASSERT_TRUE(judge.is_discarded()) << "refused: " << text << ": " << error.what();
@@ -102,7 +103,6 @@ TEST(JSONProperties, DamagedTextIsAcceptedOrRefusedAsTheJudgeDoes) {
 }
 
 TEST(JSONProperties, DoublesSurviveTheWayOutAndIn) {
-    RandomJSON random(testSeed());
     std::mt19937_64 engine(testSeed());
     for (int round = 0; round < 50'000; ++round) {
         const std::uint64_t bits = engine();
@@ -111,7 +111,9 @@ TEST(JSONProperties, DoublesSurviveTheWayOutAndIn) {
         if (!std::isfinite(value)) continue;
         const std::string text = JSONValue(value).jsonString();
         ASSERT_EQ(std::strtod(text.c_str(), nullptr), value) << text;
-        ASSERT_EQ(JSONValue::decode(text).number().value_or(value), value) << text;
+        const JSONValue decoded = JSONValue::decode(text);
+        const auto whole = decoded.integer();
+        ASSERT_EQ(whole ? static_cast<double>(*whole) : decoded.number().value_or(0), value) << text;
     }
 }
 
@@ -144,8 +146,7 @@ std::string randomLine(RandomJSON& random, int id) {
 /// What the bridge writes when its input arrives in packets of the given sizes: each read gets one.
 std::string converseInPackets(std::string_view input, RandomJSON& random, std::size_t largest) {
     std::array<int, 2> ends{};
-    if (::socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends.data()) != 0)
-        throw std::runtime_error("socketpair failed");
+    if (::socketpair(AF_UNIX, SOCK_DGRAM, 0, ends.data()) != 0) throw std::runtime_error("socketpair failed");
     std::FILE* const out = std::tmpfile();
     std::thread writer([&] {
         while (!input.empty()) {
@@ -154,11 +155,11 @@ std::string converseInPackets(std::string_view input, RandomJSON& random, std::s
             if (count <= 0) break;
             input.remove_prefix(static_cast<std::size_t>(count));
         }
-        ::close(ends[1]);
+        ::send(ends[1], "", 0, 0);  // an empty packet reads like the end of input
     });
     StdioBridge(SocketClient("/nonexistent/host.sock"), ends[0], ::fileno(out)).run();
     writer.join();
-    ::close(ends[0]);
+    for (const int end : ends) ::close(end);
     std::string output(static_cast<std::size_t>(::lseek(::fileno(out), 0, SEEK_END)), '\0');
     const ssize_t count = ::pread(::fileno(out), output.data(), output.size(), 0);
     std::fclose(out);

@@ -84,6 +84,7 @@ TEST_P(TranscriptTest, GoesAsWritten) {
     const Finished finished = runProcess(options, transcript.input);
 
     EXPECT_EQ(finished.status, transcript.status);
+    EXPECT_EQ(finished.errors, "");
     EXPECT_TRUE(finished.output.empty() || finished.output.back() == '\n');
     EXPECT_EQ(parseLines(finished.output), transcript.replies);
     if (host == nullptr) return;

@@ -35,7 +35,12 @@ TEST(Worker, WhatAJobThrowsIsThrownToTheCallerAndTheNextJobRuns) {
     EXPECT_TRUE(ran);
 }
 
-TEST(Worker, AWorkerThatWasNeverUsedEndsWithoutAThread) { const Worker worker; }
+TEST(Worker, AWorkerThatWasNeverUsedEnds) {
+    bool ended = false;
+    { const Worker worker; }
+    ended = true;
+    EXPECT_TRUE(ended);
+}
 
 }  // namespace
 }  // namespace tidewell

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <iterator>
 #include <span>
+#include <utility>
 #include <vector>
 
 namespace tidewell {
@@ -135,8 +136,7 @@ constexpr PromptRow promptRows[] = {
 };
 // clang-format on
 
-/// What an unknown prompt says; "prompts/get" never asks for it, but the operation has an answer for any
-/// name.
+/// What an unknown prompt says. "prompts/get" never asks for it, but the operation is total.
 constexpr std::string_view genericPromptText =
     "Use Tidewell tools in the safe order: list → search → propose → confirm → apply.";
 

@@ -13,12 +13,7 @@ public:
     Descriptor() noexcept = default;
     explicit Descriptor(int descriptor) noexcept : descriptor_(descriptor) {}
     Descriptor(Descriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(descriptor_, other.descriptor_);
-        return *this;
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
+    Descriptor& operator=(Descriptor&&) = delete;
     ~Descriptor() {
         // Not repeated when interrupted: the descriptor is gone by then, and its number may be another's.
         if (descriptor_ >= 0) ::close(descriptor_);

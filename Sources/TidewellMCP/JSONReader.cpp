@@ -12,13 +12,13 @@
 namespace tidewell {
 
 JSONError::JSONError(const char* reason, std::size_t offset)
-    : description_("invalid JSON at byte " + std::to_string(offset) + ": " + reason),
-      reason_(reason),
-      offset_(offset) {}
+    : description_("invalid JSON at byte " + std::to_string(offset) + ": " + reason), offset_(offset) {}
 
 std::optional<std::int64_t> exactInteger(double value) noexcept {
-    constexpr double limit = 9223372036854775808.0;  // 2^63, the first value that does not fit
-    if (!(value >= -limit && value < limit) || value != std::trunc(value)) return std::nullopt;
+    // 2^63 does not fit. Its negative would, but as a double it may stand for any of a thousand integers around
+    // it, most of which do not; the reader never needs a double for the one that does.
+    constexpr double limit = 9223372036854775808.0;
+    if (!(value > -limit && value < limit) || value != std::trunc(value)) return std::nullopt;
     return static_cast<std::int64_t>(value);
 }
 
@@ -48,17 +48,17 @@ private:
         bool isObject;
     };
 
-    /// Reads a scalar or an empty container to its end, or opens a container up to its first value; true
-    /// then.
+    /// Reads a scalar or an empty container to its end; or opens a container up to its first value, and returns
+    /// true.
     bool startValue() {
         skipBlanks();
         switch (peek()) {
         case '{': return openContainer(true);
         case '[': return openContainer(false);
         case '"': pending_.push_back(readString()); return false;
-        case 't': readWord("true", true); return false;
-        case 'f': readWord("false", false); return false;
-        case 'n': readWord("null", nullptr); return false;
+        case 't': pending_.push_back(readWord("true", true)); return false;
+        case 'f': pending_.push_back(readWord("false", false)); return false;
+        case 'n': pending_.push_back(readWord("null", nullptr)); return false;
         default: pending_.push_back(readNumber()); return false;
         }
     }
@@ -181,27 +181,47 @@ private:
         return value;
     }
 
-    void readWord(std::string_view word, JSONValue value) {
+    JSONValue readWord(std::string_view word, JSONValue value) {
         if (std::string_view(at_, static_cast<std::size_t>(end_ - at_)).substr(0, word.size()) != word) {
             fail("expected a value");
         }
         at_ += word.size();
-        pending_.push_back(std::move(value));
+        return value;
     }
 
-    /// What a number token says: its digits as one integer, where the decimal point belongs, and whether it
-    /// was written as a plain integer.
+    /// What a number token says: significant digits as one integer, times a power of ten. Zeros at the end wait,
+    /// so that 1000, 1e3 and 1000.0 all have one digit, and a whole number is exact however it was written.
     struct Decimal {
         std::uint64_t digits = 0;  // exact while `count` is at most `exactCount`
-        std::int64_t count = 0;    // leading zeros not counted
+        std::int64_t count = 0;    // zeros before the first digit not counted
+        std::int64_t zeros = 0;    // behind the last other digit
         std::int64_t exponent = 0;
         bool isNegative = false;
         bool isPlainInteger = true;
 
         static constexpr std::int64_t exactCount = 19;  // nineteen nines still fit 64 bits unsigned
         void add(char digit) noexcept {
-            if (count != 0 || digit != '0') ++count;
-            if (count <= exactCount) digits = digits * 10 + static_cast<std::uint64_t>(digit - '0');
+            if (digit == '0') {
+                if (count != 0) ++zeros;
+                return;
+            }
+            for (count += zeros + 1; zeros > 0; --zeros) digits *= 10;  // wraps only where it is not read
+            digits = digits * 10 + static_cast<std::uint64_t>(digit - '0');
+        }
+
+        /// The number itself, when it is whole and within 64 bits.
+        std::optional<std::int64_t> whole() const noexcept {
+            constexpr std::int64_t largestPower = 18;  // 10^19 does not fit
+            if (count > exactCount || exponent < 0 || (count != 0 && exponent > largestPower))
+                return std::nullopt;
+            std::uint64_t magnitude = digits;
+            for (std::int64_t power = 0; count != 0 && power < exponent; ++power) {
+                if (magnitude > UINT64_MAX / 10) return std::nullopt;
+                magnitude *= 10;
+            }
+            const std::uint64_t most = static_cast<std::uint64_t>(INT64_MAX) + (isNegative ? 1 : 0);
+            if (magnitude > most) return std::nullopt;
+            return static_cast<std::int64_t>(isNegative ? 0 - magnitude : magnitude);
         }
     };
 
@@ -227,6 +247,7 @@ private:
             decimal.isPlainInteger = false;
             decimal.exponent += readExponent();
         }
+        decimal.exponent += decimal.zeros;
         return numberValue(decimal, {first, static_cast<std::size_t>(at_ - first)});
     }
 
@@ -252,14 +273,7 @@ private:
     }
 
     JSONValue numberValue(const Decimal& decimal, std::string_view token) {
-        if (decimal.isPlainInteger && decimal.count <= Decimal::exactCount) {
-            constexpr std::uint64_t most = INT64_MAX;
-            if (decimal.digits <= most) {
-                const auto value = static_cast<std::int64_t>(decimal.digits);
-                return decimal.isNegative ? -value : value;
-            }
-            if (decimal.isNegative && decimal.digits == most + 1) return INT64_MIN;
-        }
+        if (const auto whole = decimal.whole()) return *whole;
         const double value = nearestDouble(decimal, token);
         if (!std::isfinite(value)) {
             at_ = token.data();

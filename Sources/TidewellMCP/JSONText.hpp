@@ -21,9 +21,8 @@ inline const char* skipPlain(const char* at, const char* end) noexcept {
     while (end - at >= 8) {
         std::uint64_t word = 0;
         std::memcpy(&word, at, sizeof word);
-        // A high bit set: not ASCII, or a borrow out of "minus 0x20" (control character) or out of "minus
-        // one" of a zero byte (quote, backslash). A false alarm needs a true one below it; the byte loop
-        // decides.
+        // A high bit set: not ASCII, or a borrow out of "minus 0x20" (control character) or out of "minus one" of
+        // a zero byte (quote, backslash). A false alarm needs a true one below it; the byte loop decides.
         const std::uint64_t quotes = word ^ (ones * '"');
         const std::uint64_t backslashes = word ^ (ones * '\\');
         if (((word | (word - ones * 0x20) | (quotes - ones) | (backslashes - ones)) & highs) != 0) break;

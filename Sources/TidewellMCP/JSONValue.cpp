@@ -14,7 +14,7 @@ namespace tidewell {
 /// What lies behind a long string, an array or an object: a header and the elements right behind it, in one
 /// allocation of the exact size. Freed by whichever of its owners goes last.
 template <typename Element>
-struct JSONValue::Node {
+struct alignas(16) JSONValue::Node {
     std::atomic<std::size_t> owners{1};
     std::size_t count = 0;
 
@@ -22,7 +22,7 @@ struct JSONValue::Node {
 
     /// A node with room for `capacity` elements, none of them constructed yet.
     static Node* make(std::size_t capacity) {
-        static_assert(alignof(Element) <= alignof(Node) && sizeof(Node) == 16);
+        static_assert(alignof(Element) <= alignof(Node) && alignof(Node) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
         constexpr std::size_t most = (SIZE_MAX - sizeof(Node)) / sizeof(Element);
         if (capacity > most) throw std::bad_alloc();
         return new (::operator new(sizeof(Node) + capacity * sizeof(Element))) Node;

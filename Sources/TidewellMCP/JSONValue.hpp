@@ -1,9 +1,8 @@
 // JSONValue.hpp: the one JSON tree of the server. Every request parameter, reply, catalog entry and host
 // message is one of these.
 //
-// Text       all text is UTF-8. The way in is decode() or readJSON() (JSONReader.hpp), the way out
-// jsonString(). Copies     are independent values and cheap: what lies behind a long string, an array or an
-// object is never
+// Text       all text is UTF-8. The way in is decode() or readJSON() (JSONReader.hpp), the way out jsonString().
+// Copies     are independent values and cheap: what lies behind a long string, an array or an object is never
 //            changed while two values refer to it, so that it can be shared unseen.
 // Threads    different values may be used on different threads at once, also when one is a copy of the other.
 // Nesting    a value read from text is at most `maximumNesting` deep; the operations here recurse that far.
@@ -96,7 +95,8 @@ public:
     /// UTF-8 anywhere inside, the whole text is "null".
     std::string jsonString() const;
 
-    /// Same case and equal payload; doubles as floating-point numbers compare, objects whatever their order.
+    /// Same case and equal payload; doubles as floating-point numbers compare, objects whatever their order
+    /// (at a cost that grows with the square of their size when the orders differ).
     friend bool operator==(const JSONValue& left, const JSONValue& right) noexcept;
 
 private:

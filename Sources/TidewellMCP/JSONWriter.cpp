@@ -14,8 +14,7 @@ namespace tidewell {
 
 namespace {
 
-/// The letter after the backslash for the control characters that have one, in JSON as in C; 'u' for the
-/// rest.
+/// The letter after the backslash for the control characters that have one, in JSON as in C; 'u' for others.
 constexpr char escapeLetter(char byte) noexcept {
     switch (byte) {
     case '"':
@@ -30,7 +29,7 @@ constexpr char escapeLetter(char byte) noexcept {
 }
 
 /// Writes through a pointer into a string that is kept larger than its content: one check per token instead
-/// of one per append. Measured on the tool catalog: see Benchmarks.
+/// of one per append.
 class Writer {
 public:
     /// False when something inside has no JSON form; what was written is worthless then.

@@ -1,7 +1,6 @@
 // LineBuffer.hpp: bytes in as they arrive, lines out as they are complete.
 //
-// Cost       linear in the bytes: each is looked at once for the line feed and moved a bounded number of
-// times,
+// Cost       linear in the bytes: each is looked at once for the line feed and moved a bounded number of times,
 //            however the bytes were cut when they arrived.
 // Memory     as much as the longest line wants (no limit), given back after an unusually long one.
 #pragma once
@@ -19,6 +18,12 @@ public:
     /// Adds bytes behind those that are held. Views from nextLine() end here.
     void append(std::string_view bytes) {
         forgetLines();
+        if (dropping_) {
+            const std::size_t end = bytes.find('\n');
+            if (end == std::string_view::npos) return;
+            bytes.remove_prefix(end + 1);
+            dropping_ = false;
+        }
         bytes_.append(bytes);
     }
 
@@ -36,6 +41,16 @@ public:
         return line;
     }
 
+    /// Gives up the line that is held in part: its bytes go now, the rest of it as it arrives.
+    void dropLine() noexcept {
+        bytes_ = {};
+        lineStart_ = scanned_ = 0;
+        dropping_ = true;
+    }
+
+    /// How much memory is held, in bytes.
+    std::size_t capacity() const noexcept { return bytes_.capacity(); }
+
 private:
     static constexpr std::size_t keptCapacity = 1 << 20;
 
@@ -50,6 +65,7 @@ private:
     std::string bytes_;
     std::size_t lineStart_ = 0;  // lines before it were handed out
     std::size_t scanned_ = 0;    // no line feed in [lineStart_, scanned_)
+    bool dropping_ = false;      // until the next line feed
 };
 
 }  // namespace tidewell

@@ -181,9 +181,8 @@ private:
         return height != underWay && raise(parent, height);  // a container inside itself is no tree
     }
 
-    /// Checks the object itself and opens it when it is a container. Sound objects lie side by side, so all
-    /// of them together are no longer than the file; without this rule overlapping ones could cost quadratic
-    /// time.
+    /// Checks the object itself and opens it when it is a container. Sound objects lie side by side, so all of
+    /// them together are no longer than the file; without this rule overlapping ones could cost quadratic time.
     bool enter(const Object& object) {
         const std::uint64_t size = object.end - object.start;
         if (size > uncheckedBytes_ || !hasValidBody(object)) return false;

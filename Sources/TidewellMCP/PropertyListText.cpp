@@ -69,13 +69,12 @@ public:
     }
 
 private:
-    /// Reads what comes next inside the innermost open container: its end, the mark after an item, or an
-    /// item.
+    /// Reads what comes next inside the innermost open container: its end, the mark after an item, an item.
     bool step() {
         skipSpace();
         const char end = open_.back();
-        const bool mayEnd =
-            !itemIsDone_ || end == ')';  // only an array does without a mark after its last item
+        // Only an array does without a mark after its last item.
+        const bool mayEnd = !itemIsDone_ || end == ')';
         if (mayEnd && (end == endOfText ? rest_.empty() : take(end))) {
             open_.pop_back();
             itemIsDone_ = true;
@@ -165,8 +164,8 @@ private:
         constexpr std::string_view letters = "abfnrtv";
         constexpr std::string_view meanings = "\a\b\f\n\r\t\v";
         if (isOneOf(rest_.front(), octalDigits)) {
-            const auto byte =
-                static_cast<std::uint8_t>(readNumber(octalDigits, 8, 3));  // \777 keeps eight bits
+            // \777 keeps eight bits.
+            const auto byte = static_cast<std::uint8_t>(readNumber(octalDigits, 8, 3));
             appendScalar(string_, byte < 0x80 ? byte : nextstepUpperHalf[byte - 0x80]);
         } else if (take('U')) {
             appendUnit(string_, static_cast<char16_t>(readNumber(hexadecimalDigits, 16, 4)));
@@ -223,10 +222,9 @@ private:
 
     std::string_view rest_;
     std::string_view key_;
-    std::vector<char> open_;  ///< What will close the open containers, the innermost last.
-    bool itemIsDone_ =
-        false;            ///< An item of the innermost container has been read, the mark after it has not.
-    std::string string_;  ///< The string read last.
+    std::vector<char> open_;   ///< What will close the open containers, the innermost last.
+    bool itemIsDone_ = false;  ///< The innermost container's last item is read, the mark after it is not.
+    std::string string_;       ///< The string read last.
     bool isFound_ = false;
     std::string found_;  ///< The value asked for, once it has been found.
 };

@@ -222,8 +222,7 @@ private:
         }
     }
 
-    /// What follows "&". The search for ";" is bounded, or a file of "&" alone would be searched again and
-    /// again.
+    /// What follows "&". The search for ";" is bounded, or a file of "&" alone would cost quadratic time.
     bool readReference() {
         constexpr std::size_t longestReference = 32;
         const std::size_t end = rest_.substr(0, longestReference).find(';');

@@ -11,6 +11,9 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <exception>
+#include <new>
+#include <string>
 #include <utility>
 
 namespace tidewell {
@@ -37,8 +40,10 @@ void emitLine(const JSONValue& value, int output) {
     std::string_view rest = line;
     while (!rest.empty()) {
         const ssize_t count = ::write(output, rest.data(), rest.size());
-        if (count >= 0) {
+        if (count > 0) {
             rest.remove_prefix(static_cast<std::size_t>(count));
+        } else if (count == 0) {
+            return;  // no error to wait for, no progress to hope for
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
             if (!waitUntilWritable(output)) return;
         } else if (errno != EINTR) {
@@ -57,15 +62,15 @@ struct StdioBridge::MethodRow {
 const StdioBridge::MethodRow* StdioBridge::findMethod(std::string_view name) noexcept {
     using Bridge = const StdioBridge&;
     using Params = const JSONValue&;
-    static constexpr auto nothing = [](Bridge, Params) { return JSONValue::object({}); };
-    static constexpr auto exit = [](Bridge, Params) -> JSONValue { std::exit(EXIT_SUCCESS); };
+    static constexpr auto emptyObject = [](Bridge, Params) { return JSONValue::object({}); };
+    static constexpr auto endProcess = [](Bridge, Params) -> JSONValue { std::exit(EXIT_SUCCESS); };
 
     // clang-format off
     static constexpr MethodRow rows[] = {
         {"initialize",                [](Bridge, Params params) { return handleInitialize(params); },                                  WithoutId::skipped},
         {"initialized",               nullptr,                                                                                         WithoutId::skipped},
         {"notifications/initialized", nullptr,                                                                                         WithoutId::skipped},
-        {"ping",                      nothing,                                                                                         WithoutId::skipped},
+        {"ping",                      emptyObject,                                                                                     WithoutId::skipped},
         {"tools/list",                [](Bridge, Params) { return JSONValue::object({{"tools", Catalog::tools()}}); },                 WithoutId::skipped},
         {"resources/list",            [](Bridge, Params) { return JSONValue::object({{"resources", Catalog::resources()}}); },         WithoutId::skipped},
         {"resources/templates/list",  [](Bridge, Params) { return JSONValue::object({{"resourceTemplates", JSONValue::array({})}}); }, WithoutId::skipped},
@@ -74,7 +79,7 @@ const StdioBridge::MethodRow* StdioBridge::findMethod(std::string_view name) noe
         {"resources/read",            [](Bridge bridge, Params params) { return bridge.handleResourceRead(params); },                  WithoutId::run},
         {"prompts/get",               [](Bridge bridge, Params params) { return bridge.handlePromptGet(params); },                     WithoutId::run},
         {"shutdown",                  [](Bridge, Params) { return JSONValue(); },                                                      WithoutId::skipped},  // only "exit" and the end of input end the process
-        {"exit",                      exit,                                                                                            WithoutId::run},
+        {"exit",                      endProcess,                                                                                      WithoutId::run},
     };
     // clang-format on
     for (const MethodRow& row : rows) {
@@ -92,7 +97,13 @@ void StdioBridge::run() {
     for (;;) {
         const ssize_t count = ::read(input_, chunk.data(), chunk.size());
         if (count <= 0) return;
-        buffer.append({chunk.data(), static_cast<std::size_t>(count)});
+        try {
+            buffer.append({chunk.data(), static_cast<std::size_t>(count)});
+        } catch (const std::bad_alloc& error) {
+            // A line that memory cannot hold is answered like one that cannot be read, and the next one counts.
+            buffer.dropLine();
+            writeInternalError(nullptr, error);
+        }
         while (const auto line = buffer.nextLine()) {
             if (!line->empty()) handleLine(*line);
         }
@@ -100,23 +111,27 @@ void StdioBridge::run() {
 }
 
 void StdioBridge::handleLine(std::string_view line) const {
-    JSONValue message;
     try {
-        message = readJSON(line);
+        handleMessage(readJSON(line));
     } catch (const JSONError&) {
-        message = nullptr;  // answered like every other line that is no object
+        writeError(nullptr, parseError, "Parse error");
+    } catch (const std::exception& error) {
+        writeInternalError(nullptr, error);  // out of memory: not even the id is certain
     }
+}
+
+void StdioBridge::handleMessage(JSONValue message) const {
     if (message.kind() != JSONValue::Case::object) return writeError(nullptr, parseError, "Parse error");
 
     // The "jsonrpc" member is ignored on purpose, like every member not named here.
-    const JSONValue* const id = message.find("id");
-    const bool isNotification = id == nullptr || id->isNull();
+    std::optional<JSONValue> given = message.take("params");
+    const bool isStructured =
+        given && (given->kind() == JSONValue::Case::object || given->kind() == JSONValue::Case::array);
+    const JSONValue params = isStructured ? JSONValue::from(std::move(given)) : JSONValue();
     const JSONValue* const named = message.find("method");
     const std::string_view method = named == nullptr ? "" : named->string().value_or("");
-    const JSONValue* const given = message.find("params");
-    const bool isStructured = given != nullptr && (given->kind() == JSONValue::Case::object ||
-                                                   given->kind() == JSONValue::Case::array);
-    const JSONValue params = isStructured ? JSONValue::from(message.take("params")) : JSONValue();
+    const JSONValue* const id = message.find("id");
+    const bool isNotification = id == nullptr || id->isNull();
 
     const MethodRow* const row = findMethod(method);
     if (row == nullptr) {
@@ -125,16 +140,13 @@ void StdioBridge::handleLine(std::string_view line) const {
     }
     if (row->handler == nullptr || (isNotification && row->withoutId == WithoutId::skipped)) return;
 
-    const auto fail = [&](std::int64_t code, std::string_view reason) {
-        if (!isNotification) writeError(id, code, reason);
-    };
     try {
         JSONValue result = row->handler(*this, params);
         if (!isNotification) writeResult(id, std::move(result));
     } catch (const MCPError& error) {
-        fail(error.code(), error.message());
+        if (!isNotification) writeError(id, error.code(), error.message());
     } catch (const std::exception& error) {
-        fail(unclassifiedError, std::string("Internal error: ") + error.what());
+        if (!isNotification) writeInternalError(id, error);
     }
 }
 
@@ -150,13 +162,17 @@ void StdioBridge::writeError(const JSONValue* id, std::int64_t code, std::string
              output_);
 }
 
+void StdioBridge::writeInternalError(const JSONValue* id, const std::exception& error) const {
+    writeError(id, unclassifiedError, std::string("Internal error: ") + error.what());
+}
+
 /// The id as it is echoed: integers and strings as they are, other numbers cut toward zero, booleans as 1 and
 /// 0, anything else as null.
 JSONValue StdioBridge::idToJSON(const JSONValue* id) {
     if (id == nullptr) return nullptr;
     if (const auto boolean = id->boolean()) return *boolean ? 1 : 0;
     if (const auto number = id->number()) {
-        // No reply could carry such an id back, and a reply under another id would answer a request that was
+        // Ids are 64-bit integers here, and one that was cut or rounded to fit would answer a request that was
         // never made: the process ends instead, with nothing written.
         const auto whole = exactInteger(std::trunc(*number));
         if (!whole) std::abort();

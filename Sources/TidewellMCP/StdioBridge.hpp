@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -61,8 +62,10 @@ private:
     static const MethodRow* findMethod(std::string_view name) noexcept;
 
     void handleLine(std::string_view line) const;
+    void handleMessage(JSONValue message) const;
     void writeResult(const JSONValue* id, JSONValue result) const;
     void writeError(const JSONValue* id, std::int64_t code, std::string_view message) const;
+    void writeInternalError(const JSONValue* id, const std::exception& error) const;
     static JSONValue idToJSON(const JSONValue* id);
 
     JSONValue handleToolCall(const JSONValue& params) const;

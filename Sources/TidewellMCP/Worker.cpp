@@ -15,7 +15,7 @@ void Worker::run(const std::function<void()>& job) {
     if (!start()) return job();
     job_ = &job;
     enter(State::working);
-    leave(State::working);
+    waitWhile(State::working);
     if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
 }
 
@@ -30,7 +30,7 @@ bool Worker::start() {
 }
 
 void Worker::loop() {
-    while (leave(State::idle) == State::working) {
+    while (waitWhile(State::idle) == State::working) {
         try {
             (*job_)();
         } catch (...) {
@@ -48,8 +48,8 @@ void Worker::enter(State state) {
     changed_.notify_one();  // only ever one side waits
 }
 
-/// Waits for the end of `state` and returns the one that followed.
-Worker::State Worker::leave(State state) {
+/// Returns the state that followed.
+Worker::State Worker::waitWhile(State state) {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return state_ != state; });
     return state_;

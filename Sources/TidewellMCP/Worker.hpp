@@ -30,7 +30,7 @@ private:
     void loop();
     bool start();
     void enter(State state);
-    State leave(State state);
+    State waitWhile(State state);
 
     std::mutex mutex_;
     std::condition_variable changed_;

@@ -5,8 +5,12 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <span>
+#include <string>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -32,6 +36,7 @@ void printSelfTest() {
 }  // namespace
 
 int main(int argumentCount, char* arguments[]) {
+    std::set_terminate(std::abort);  // the standard one writes to standard error, which is never used here
     const std::span args(arguments + std::min(argumentCount, 1), arguments + argumentCount);
     const auto given = [&](std::string_view wanted) {
         return std::ranges::any_of(args, [&](std::string_view argument) { return argument == wanted; });

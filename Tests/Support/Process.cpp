@@ -4,9 +4,13 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -43,10 +47,17 @@ Process::Process(const Options& options) {
     if (options.input < 0) in = makePipe();
     if (options.output < 0) out = makePipe();
 
+    // A file and not a pipe, so that nobody has to read it meanwhile.
+    std::string pattern = "/tmp/tidewell-test-errors-XXXXXX";
+    errors_ = ::mkstemp(pattern.data());
+    ::unlink(pattern.c_str());
+    ::fcntl(errors_, F_SETFD, FD_CLOEXEC);
+
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     ::posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, errors_, STDERR_FILENO);
     posix_spawnattr_t attributes;
     ::posix_spawnattr_init(&attributes);
     sigset_t reset;
@@ -74,6 +85,7 @@ Process::~Process() {
     closeInput();
     closeOutput();
     if (!status_) wait(0);
+    ::close(errors_);
 }
 
 void Process::write(std::string_view bytes) const {
@@ -123,8 +135,11 @@ void Process::closeOutput() {
 bool Process::isRunning() {
     if (status_) return false;
     int state = 0;
-    const pid_t ended = ::waitpid(id_, &state, WNOHANG);
-    if (ended == 0) return true;
+    rusage usage{};
+    if (::wait4(id_, &state, WNOHANG, &usage) == 0) return true;
+    for (const timeval& time : {usage.ru_utime, usage.ru_stime}) {
+        processorSeconds_ += static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    }
     status_ = WIFSIGNALED(state) ? -WTERMSIG(state) : WEXITSTATUS(state);
     return false;
 }
@@ -139,6 +154,13 @@ ExitStatus Process::wait(int timeoutSeconds) {
     return *status_;
 }
 
+std::string Process::errors() const {
+    std::string text(static_cast<std::size_t>(::lseek(errors_, 0, SEEK_END)), '\0');
+    const ssize_t count = ::pread(errors_, text.data(), text.size(), 0);
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    return text;
+}
+
 Finished runProcess(const Process::Options& options, std::string_view input) {
     Process process(options);
     // On a thread of its own, so that a long input and a long output cannot wait for each other.
@@ -148,7 +170,8 @@ Finished runProcess(const Process::Options& options, std::string_view input) {
     });
     std::string output = process.readAll();
     writer.join();
-    return {std::move(output), process.wait()};
+    const ExitStatus status = process.wait();
+    return {std::move(output), process.errors(), status};
 }
 
 std::map<std::string, std::string> environmentFor(const std::string& socketPath) {

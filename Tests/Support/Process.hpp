@@ -44,6 +44,10 @@ public:
     /// Waits for the end; the child is killed after `timeoutSeconds`, and -9 tells of it.
     ExitStatus wait(int timeoutSeconds = 10);
     bool isRunning();
+    /// What came on standard error until now.
+    std::string errors() const;
+    /// The processor time that the child took, once it has ended.
+    double processorSeconds() const { return processorSeconds_; }
 
 private:
     bool readMore(int timeoutMilliseconds);
@@ -51,13 +55,16 @@ private:
     pid_t id_ = -1;
     int input_ = -1;
     int output_ = -1;
+    int errors_ = -1;
     std::string received_;
     std::optional<ExitStatus> status_;
+    double processorSeconds_ = 0;
 };
 
 /// A child that got all of `input` and whose input was closed then.
 struct Finished {
     std::string output;
+    std::string errors;
     ExitStatus status;
 };
 Finished runProcess(const Process::Options& options, std::string_view input);

@@ -47,7 +47,6 @@ ScriptedHost::ScriptedHost(std::string path)
 
 ScriptedHost::~ScriptedHost() {
     stopping_ = true;
-    ::shutdown(listener_, SHUT_RDWR);
     thread_.join();
     ::close(listener_);
     ::unlink(socketPath_.c_str());
@@ -55,6 +54,9 @@ ScriptedHost::~ScriptedHost() {
 
 void ScriptedHost::serve() {
     while (!stopping_) {
+        // In short waits, because nothing portable wakes up an accept.
+        pollfd waiting{.fd = listener_, .events = POLLIN, .revents = 0};
+        if (::poll(&waiting, 1, 20) <= 0) continue;
         const int descriptor = ::accept(listener_, nullptr, nullptr);
         if (descriptor < 0) continue;
         ++connections_;
