@@ -197,7 +197,6 @@ private:
         std::int64_t zeros = 0;    // behind the last other digit
         std::int64_t exponent = 0;
         bool isNegative = false;
-        bool isPlainInteger = true;
 
         static constexpr std::int64_t exactCount = 19;  // nineteen nines still fit 64 bits unsigned
         void add(char digit) noexcept {
@@ -239,12 +238,10 @@ private:
             readDigits(decimal);
         }
         if (at_ != end_ && *at_ == '.') {
-            decimal.isPlainInteger = false;
             ++at_;
             decimal.exponent -= readDigits(decimal);
         }
         if (at_ != end_ && (*at_ == 'e' || *at_ == 'E')) {
-            decimal.isPlainInteger = false;
             decimal.exponent += readExponent();
         }
         decimal.exponent += decimal.zeros;
@@ -279,8 +276,7 @@ private:
             at_ = token.data();
             fail("number out of range");
         }
-        if (decimal.isPlainInteger) return value;
-        if (const auto whole = exactInteger(value)) return *whole;
+        if (const auto whole = exactInteger(value)) return *whole;  // 2.00000000000000000001 rounds to 2
         return value;
     }
 
