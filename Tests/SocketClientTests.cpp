@@ -154,10 +154,18 @@ TEST(Connecting, APathThatFillsTheAddressRecordIsAccepted) {
 TEST(Connecting, APathOneByteLongerFailsWithoutAnAttempt) {
     const TemporaryFolder folder;
     const std::string path = pathOfLength(folder, sizeof(sockaddr_un::sun_path));
-    // A listener at the name that a cut path would name must not be reached.
+    // Neither a listener at the name that a cut path would give must be reached,
     const ScriptedHost host(path.substr(0, path.size() - 1));
+    // nor one at the name itself, which fits the record on Linux when its end is left away.
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    EXPECT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(::listen(listener, 1), 0);
     EXPECT_EQ(failureOf(path), couldNotConnect(path));
     EXPECT_EQ(host.connections(), 0);
+    ::close(listener);
 }
 
 TEST(Connecting, APathThatIsNotUTF8IsRepairedInTheMessageOnly) {

@@ -1,0 +1,321 @@
+// FaultTests.cpp: every system call that the program makes fails, each way it can. Whatever happens, the outcome
+// is the defined one, the next request works, and nothing is left behind.
+#include "StdioBridge.hpp"
+
+#include "Support/Faults.hpp"
+#include "Support/ScriptedHost.hpp"
+#include "Support/TestNames.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace tidewell::test {
+namespace {
+
+using nlohmann::json;
+
+const std::string resourceRead = R"({"id":1,"method":"resources/read","params":{"uri":"x"}})";
+const std::string toolCall =
+    R"({"id":1,"method":"tools/call","params":{"name":"x","arguments":{"path":"/a/b"}}})";
+const std::string ping = R"({"id":2,"method":"ping"})";
+const std::string pingReply = R"({"jsonrpc":"2.0","id":2,"result":{}})";
+
+std::size_t countOf(const char* folder) {
+    const std::filesystem::directory_iterator entries(folder);
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+std::size_t openDescriptors() { return countOf("/proc/self/fd"); }
+std::size_t threads() { return countOf("/proc/self/task"); }
+
+/// A client that speaks to a bridge over a pipe each way while one kind of call fails.
+class Client {
+public:
+    explicit Client(const std::string& socketPath) : socketPath_(socketPath) {}
+
+    /// Everything the bridge writes for these lines, as lines.
+    std::vector<std::string> converse(const std::vector<std::string>& lines, Call call, Fault fault,
+                                      int outputFlags = 0) {
+        std::array<int, 2> in{};
+        std::array<int, 2> out{};
+        EXPECT_EQ(::pipe(in.data()), 0);
+        EXPECT_EQ(::pipe(out.data()), 0);
+        ::fcntl(out[1], F_SETFL, outputFlags);
+        std::string input;
+        for (const std::string& line : lines) input += line + "\n";
+        std::thread writer([&] {
+            // A bridge that ends early must not take the tests along; only this thread goes without the signal.
+            sigset_t brokenPipe;
+            ::sigemptyset(&brokenPipe);
+            ::sigaddset(&brokenPipe, SIGPIPE);
+            ::pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
+            for (std::string_view rest = input; !rest.empty();) {
+                const ssize_t count = ::write(in[1], rest.data(), rest.size());
+                if (count <= 0) break;
+                rest.remove_prefix(static_cast<std::size_t>(count));
+            }
+            ::close(in[1]);
+        });
+        std::string output;
+        output.reserve(8 << 20);  // before memory gets scarce
+        std::thread reader([&] {
+            std::array<char, 4096> chunk{};
+            for (ssize_t count = 0; (count = ::read(out[0], chunk.data(), chunk.size())) > 0;) {
+                output.append(chunk.data(), static_cast<std::size_t>(count));
+            }
+        });
+        {
+            const Faults faults(call, fault, in[0], out[1]);
+            const LittleMemory limit(memoryLimit);
+            StdioBridge(SocketClient(socketPath_), in[0], out[1]).run();
+            calls_ = faults.calls();
+        }
+        ::close(in[0]);
+        ::close(out[1]);
+        writer.join();
+        reader.join();
+        ::close(out[0]);
+        std::istringstream stream(output);
+        std::vector<std::string> replies;
+        for (std::string line; std::getline(stream, line);) replies.push_back(line);
+        return replies;
+    }
+
+    /// The size from which memory is refused to the bridge, in bytes.
+    std::size_t memoryLimit = SIZE_MAX;
+    /// How often the call was made in the last conversation.
+    int calls() const { return calls_; }
+
+private:
+    std::string socketPath_;
+    int calls_ = 0;
+};
+
+struct FaultCase {
+    const char* name;
+    Call call;
+    Fault fault;
+    std::string message;  // of the resource read's error; empty where it must succeed
+};
+
+class ExchangeFaultTest : public testing::TestWithParam<FaultCase> {};
+
+TEST_P(ExchangeFaultTest, HasItsOutcomeAndTheNextRequestsWork) {
+    ScriptedHost host;
+    Client client(host.socketPath());
+    client.converse({toolCall}, Call::none, {});  // the worker exists from here on
+    const std::size_t descriptorsBefore = openDescriptors();
+    const std::size_t threadsBefore = threads();
+    host.replies(R"({"ok":true,"result":"fine"})").replies(R"({"ok":true,"result":"fine"})");
+
+    const auto replies =
+        client.converse({resourceRead, ping, resourceRead}, GetParam().call, GetParam().fault);
+    EXPECT_GT(client.calls(), GetParam().fault.after) << "the fault never happened";
+    ASSERT_EQ(replies.size(), 3U);
+    const json first = json::parse(replies[0]);
+    if (GetParam().message.empty()) {
+        EXPECT_EQ(first["result"]["contents"][0]["text"], "\"fine\"");
+    } else {
+        const std::string expected = GetParam().message == "connect"
+                                         ? "could not connect to tidewell-agent.sock at " +
+                                               host.socketPath() + " — is Tidewell running?"
+                                         : GetParam().message;
+        EXPECT_EQ(first["error"]["message"], expected);
+    }
+    EXPECT_EQ(replies[1], pingReply);
+    EXPECT_TRUE(json::parse(replies[2]).contains("result")) << replies[2];
+
+    // The host's side of a broken connection may close a moment later.
+    for (int wait = 0; openDescriptors() != descriptorsBefore && wait < 5000; ++wait) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(openDescriptors(), descriptorsBefore);
+    EXPECT_EQ(threads(), threadsBefore);
+}
+
+std::string writeFailed(int error) { return "socket write failed: errno=" + std::to_string(error); }
+const std::string noResponse = "no response from Tidewell within 120s (app busy or stalled)";
+
+INSTANTIATE_TEST_SUITE_P(
+    Host, ExchangeFaultTest,
+    testing::Values(
+        FaultCase{"NoDescriptorInTheProcess", Call::socket, {.error = EMFILE}, "connect"},
+        FaultCase{"NoDescriptorInTheSystem", Call::socket, {.error = ENFILE}, "connect"},
+        FaultCase{"NoMemoryForASocket", Call::socket, {.error = ENOMEM}, "connect"},
+        FaultCase{"NobodyListens", Call::connect, {.error = ECONNREFUSED}, "connect"},
+        FaultCase{"NoSuchPath", Call::connect, {.error = ENOENT}, "connect"},
+        FaultCase{"NoPermission", Call::connect, {.error = EACCES}, "connect"},
+        FaultCase{"AFullBacklog", Call::connect, {.error = EAGAIN}, "connect"},
+        FaultCase{"AnInterruptedConnect", Call::connect, {.error = EINTR}, "connect"},
+        FaultCase{"NoTimeLimitForReading", Call::setsockopt, {.error = EDOM}, ""},
+        FaultCase{"NoTimeLimitForWriting", Call::setsockopt, {.error = EDOM, .after = 1}, ""},
+        FaultCase{"AnInterruptedRequest", Call::sendRequest, {.error = EINTR, .times = 3}, ""},
+        FaultCase{"ARequestInSingleBytes", Call::sendRequest, {.atMost = 1, .times = 100000}, ""},
+        FaultCase{"ARequestToAHostThatHungUp", Call::sendRequest, {.error = EPIPE}, writeFailed(EPIPE)},
+        FaultCase{"ARequestThatIsReset", Call::sendRequest, {.error = ECONNRESET}, writeFailed(ECONNRESET)},
+        FaultCase{"ARequestThatWaitsTooLong", Call::sendRequest, {.error = EAGAIN}, writeFailed(EAGAIN)},
+        FaultCase{"ARequestWithoutBufferSpace", Call::sendRequest, {.error = ENOBUFS}, writeFailed(ENOBUFS)},
+        FaultCase{"AnInterruptedReply", Call::readReply, {.error = EINTR, .times = 3}, ""},
+        FaultCase{"AReplyInSingleBytes", Call::readReply, {.atMost = 1, .times = 100000}, ""},
+        FaultCase{"AReplyThatIsReset", Call::readReply, {.error = ECONNRESET}, noResponse},
+        FaultCase{"AReplyThatTakesTooLong", Call::readReply, {.error = EAGAIN}, noResponse},
+        FaultCase{"AReplyThatCannotBeRead", Call::readReply, {.error = EIO}, noResponse},
+        FaultCase{"ACloseThatIsInterrupted", Call::close, {.error = EINTR}, ""},
+        FaultCase{"ACloseThatFails", Call::close, {.error = EIO}, ""},
+        FaultCase{"NoRandomNumbers", Call::getentropy, {.error = ENOSYS}, "could not make a request id"}),
+    nameOf);
+
+TEST(ExchangeFaults, AnInterruptedCloseIsNotRepeated) {
+    // Its number may belong to another by then.
+    ScriptedHost host;
+    Client client(host.socketPath());
+    client.converse({toolCall}, Call::close, {.error = EINTR});
+    EXPECT_EQ(client.calls(), 1);
+}
+
+TEST(ExchangeFaults, AToolCallTellsOfNoneOfThemButThatTheAppIsNotRunning) {
+    ScriptedHost host;
+    Client client(host.socketPath());
+    for (const Call call : {Call::socket, Call::connect, Call::sendRequest, Call::readReply}) {
+        const auto replies = client.converse({toolCall}, call, {.error = EIO});
+        ASSERT_EQ(replies.size(), 1U);
+        EXPECT_EQ(json::parse(json::parse(replies[0])["result"]["content"][0]["text"]
+                                  .get<std::string>())["error"]["message"],
+                  "Tidewell is not running — start the app to use this tool.");
+    }
+}
+
+struct OutputCase {
+    const char* name;
+    Call call;
+    Fault fault;
+    std::vector<std::string> replies;
+};
+
+class OutputFaultTest : public testing::TestWithParam<OutputCase> {};
+
+TEST_P(OutputFaultTest, HasItsOutcome) {
+    Client client("/nonexistent/host.sock");
+    EXPECT_EQ(client.converse({ping, ping}, GetParam().call, GetParam().fault), GetParam().replies);
+    EXPECT_GT(client.calls(), 0) << "the fault never happened";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Client, OutputFaultTest,
+    testing::Values(
+        OutputCase{"AnInterruptedWriteGoesOn",
+                   Call::writeOutput,
+                   {.error = EINTR, .times = 3},
+                   {pingReply, pingReply}},
+        OutputCase{"WritesOfSingleBytesGoOn",
+                   Call::writeOutput,
+                   {.atMost = 1, .times = 100000},
+                   {pingReply, pingReply}},
+        OutputCase{"AWriteThatWouldBlockIsWaitedFor",
+                   Call::writeOutput,
+                   {.error = EAGAIN, .times = 3},
+                   {pingReply, pingReply}},
+        OutputCase{"AFullDiskDropsThatReplyOnly", Call::writeOutput, {.error = ENOSPC}, {pingReply}},
+        OutputCase{"AnInputOutputErrorDropsThatReplyOnly", Call::writeOutput, {.error = EIO}, {pingReply}},
+        OutputCase{"AWriteThatMovesNothingDropsThatReplyOnly", Call::writeOutput, {.atMost = 0}, {pingReply}},
+        OutputCase{"AFailedReadEndsTheConversation", Call::readInput, {.error = EIO}, {}},
+        OutputCase{"AnInterruptedReadEndsItToo", Call::readInput, {.error = EINTR}, {}},
+        OutputCase{"ReadsOfSingleBytesGoOn",
+                   Call::readInput,
+                   {.atMost = 1, .times = 100000},
+                   {pingReply, pingReply}}),
+    nameOf);
+
+TEST(OutputFaults, WaitingForAFullOutputMayBeInterrupted) {
+    // A catalog is more than a pipe holds when nobody reads yet; the reader starts at once, but the first lines fill it.
+    Client client("/nonexistent/host.sock");
+    const std::vector<std::string> lines(30, R"({"id":1,"method":"tools/list"})");
+    const auto replies = client.converse(lines, Call::pollOutput, {.error = EINTR, .times = 2}, O_NONBLOCK);
+    ASSERT_EQ(replies.size(), 30U);
+    for (const std::string& reply : replies) EXPECT_EQ(reply, replies.front());
+}
+
+// Memory.
+
+TEST(MemoryFaults, ALineThatCannotBeHeldIsAnsweredAndTheNextOneCounts) {
+    const std::string line = R"({"id":1,"method":"ping","padding":")" + std::string(3'000'000, 'x') + "\"}";
+    Client client("/nonexistent/host.sock");
+    client.memoryLimit = 1'000'000;
+    const auto replies = client.converse({line, ping}, Call::none, {});
+    ASSERT_EQ(replies.size(), 2U);
+    EXPECT_EQ(
+        replies[0],
+        R"({"jsonrpc":"2.0","id":null,"error":{"code":-32603,"message":"Internal error: std::bad_alloc"}})");
+    EXPECT_EQ(replies[1], pingReply);
+}
+
+TEST(MemoryFaults, AHostReplyThatCannotBeHeldIsAToolError) {
+    ScriptedHost host;
+    host.replies(R"({"ok":true,"result":")" + std::string(3'000'000, 'x') + "\"}");
+    Client client(host.socketPath());
+    const std::size_t before = openDescriptors();
+    client.memoryLimit = 1'000'000;
+    const auto replies = client.converse({toolCall, ping}, Call::none, {});
+    ASSERT_EQ(replies.size(), 2U);
+    EXPECT_EQ(json::parse(json::parse(replies[0])["result"]["content"][0]["text"].get<std::string>()),
+              json::parse(R"({"error":{"code":"error","message":"std::bad_alloc"}})"));
+    EXPECT_EQ(replies[1], pingReply);
+    for (int wait = 0; openDescriptors() != before && wait < 5000; ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(MemoryFaults, AReplyThatCannotBeWrittenIsAnErrorUnderItsId) {
+    ScriptedHost host;
+    // It can be held, but as JSON text inside JSON text it grows: each quote takes four bytes in the end. The
+    // buffers on the way double, so the limit lies just above what reading takes.
+    host.replies(R"({"ok":true,"result":")" + [] {
+        std::string quotes;
+        for (int pair = 0; pair < 300'000; ++pair) quotes += "\\\"";
+        return quotes;
+    }() + "\"}");
+    Client client(host.socketPath());
+    client.memoryLimit = 1'100'000;
+    const auto replies = client.converse({toolCall, ping}, Call::none, {});
+    ASSERT_EQ(replies.size(), 2U);
+    EXPECT_EQ(json::parse(replies[0])["id"], 1);
+    EXPECT_NE(replies[0].find("std::bad_alloc"), std::string::npos) << replies[0].substr(0, 200);
+    EXPECT_EQ(replies[1], pingReply);
+}
+
+// The version.
+
+TEST(VersionFaults, EachFailureFallsThroughToTheNextSource) {
+    EXPECT_EQ(StdioBridge::resolveServerVersion(), TIDEWELL_VERSION) << "the build folder has a version file";
+    for (const Call call : {Call::open, Call::fstat, Call::readFile}) {
+        const Faults faults(call, {.error = EIO});
+        EXPECT_EQ(StdioBridge::resolveServerVersion(), "0.0.0-dev") << static_cast<int>(call);
+        EXPECT_EQ(faults.calls(), 1);
+    }
+}
+
+TEST(VersionFaults, AnInterruptedReadOfTheFileGoesOn) {
+    const Faults faults(Call::readFile, {.error = EINTR, .times = 2});
+    EXPECT_EQ(StdioBridge::resolveServerVersion(), TIDEWELL_VERSION);
+}
+
+TEST(VersionFaults, WithoutASystemThatTellsThePathItIsTheNameItWasStartedBy) {
+    const Faults faults(Call::readlink, {.error = ENOENT});
+    EXPECT_EQ(StdioBridge::resolveServerVersion(),
+              TIDEWELL_VERSION);  // ctest starts this program by its full path
+    EXPECT_EQ(faults.calls(), 1);
+}
+
+}  // namespace
+}  // namespace tidewell::test

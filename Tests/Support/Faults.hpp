@@ -1,0 +1,61 @@
+// Faults.hpp: system calls that fail on demand. Linux only: the linker puts these between the program's code and
+// the C library (-Wl,--wrap=…), in the one test program that asks for it.
+#pragma once
+
+#include <cstddef>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace tidewell::test {
+
+/// The calls that the program makes, told apart by what they are for.
+enum class Call {
+    readInput,
+    writeOutput,
+    pollOutput,  // the client's side
+    socket,
+    connect,
+    setsockopt,
+    sendRequest,
+    readReply,
+    close,  // the host app's side
+    getentropy,
+    readlink,
+    open,
+    fstat,
+    readFile,  // the rest
+    none,
+};
+
+/// What a call does instead of its whole work.
+struct Fault {
+    int error = 0;           ///< fails with this errno
+    std::size_t atMost = 0;  ///< or moves no more than so many bytes
+    int after = 0;           ///< how many calls go well before it
+    int times = 1;           ///< how often in a row
+};
+
+/// Fails calls from its construction to its end. The client's descriptors are named at the start; a socket that
+/// is made meanwhile is one to the host app. One at a time.
+class Faults {
+public:
+    Faults(Call call, Fault fault, int input = -1, int output = -1);
+    Faults(const Faults&) = delete;
+    Faults& operator=(const Faults&) = delete;
+    ~Faults();
+
+    /// How often the call was made, failed ones included.
+    int calls() const;
+};
+
+/// Memory of `bytes` or more in one piece is refused while one of these lives.
+class LittleMemory {
+public:
+    explicit LittleMemory(std::size_t bytes);
+    LittleMemory(const LittleMemory&) = delete;
+    LittleMemory& operator=(const LittleMemory&) = delete;
+    ~LittleMemory();
+};
+
+}  // namespace tidewell::test
