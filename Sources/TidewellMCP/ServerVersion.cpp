@@ -6,7 +6,6 @@
 #include "StdioBridge.hpp"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
@@ -18,12 +17,11 @@ namespace {
 /// Far above any real version file, and soon read.
 constexpr std::size_t largestVersionFile = 16 << 20;
 
-/// The content of a regular file of a sensible size. Anything else at that path (a pipe, a device, a folder)
-/// must not hold up the start.
+/// The content of a file of a sensible size. Whatever else lies at that path (a pipe, a device, a folder) must not
+/// hold up the start: nothing is waited for.
 std::optional<std::string> readWholeFile(const std::string& path) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+    if (!file.isOpen()) return std::nullopt;
 
     std::string content;
     std::array<char, 4096> chunk{};

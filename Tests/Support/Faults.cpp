@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -180,11 +179,6 @@ ssize_t __wrap_readlink(const char* path, char* bytes, size_t size) {
 int __real_open(const char*, int, ...);
 int __wrap_open(const char* path, int flags, ...) {
     return remember(state().files, made(Call::open, [&] { return __real_open(path, flags); }));
-}
-
-int __real_fstat(int, struct stat*);
-int __wrap_fstat(int descriptor, struct stat* status) {
-    return made(Call::fstat, [&] { return __real_fstat(descriptor, status); });
 }
 
 }  // extern "C"

@@ -11,20 +11,22 @@ namespace tidewell::test {
 
 /// The calls that the program makes, told apart by what they are for.
 enum class Call {
+    // the client's side
     readInput,
     writeOutput,
-    pollOutput,  // the client's side
+    pollOutput,
+    // the host app's side
     socket,
     connect,
     setsockopt,
     sendRequest,
     readReply,
-    close,  // the host app's side
+    close,
+    // the rest
     getentropy,
     readlink,
     open,
-    fstat,
-    readFile,  // the rest
+    readFile,
     none,
 };
 
