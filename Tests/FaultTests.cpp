@@ -114,8 +114,8 @@ class ExchangeFaultTest : public testing::TestWithParam<FaultCase> {};
 TEST_P(ExchangeFaultTest, HasItsOutcomeAndTheNextRequestsWork) {
     ScriptedHost host;
     Client client(host.socketPath());
-    client.converse({toolCall}, Call::none, {});  // the worker exists from here on
     const std::size_t descriptorsBefore = openDescriptors();
+    client.converse({toolCall}, Call::none, {});  // the worker exists from here on
     const std::size_t threadsBefore = threads();
     host.replies(R"({"ok":true,"result":"fine"})").replies(R"({"ok":true,"result":"fine"})");
 
