@@ -196,6 +196,14 @@ TEST(ExchangeFaults, AToolCallTellsOfNoneOfThemButThatTheAppIsNotRunning) {
     }
 }
 
+TEST(ExchangeFaults, AToolCallWithoutRandomNumbersIsAnErrorOfItsOwn) {
+    Client client("/nonexistent/host.sock");
+    const auto replies = client.converse({toolCall}, Call::getentropy, {.error = ENOSYS});
+    ASSERT_EQ(replies.size(), 1U);
+    EXPECT_EQ(json::parse(json::parse(replies[0])["result"]["content"][0]["text"].get<std::string>()),
+              json::parse(R"({"error":{"code":"error","message":"could not make a request id"}})"));
+}
+
 struct OutputCase {
     const char* name;
     Call call;
@@ -253,6 +261,19 @@ TEST(MemoryFaults, ALineThatCannotBeHeldIsAnsweredAndTheNextOneCounts) {
     Client client("/nonexistent/host.sock");
     client.memoryLimit = 1'000'000;
     const auto replies = client.converse({line, ping}, Call::none, {});
+    ASSERT_EQ(replies.size(), 2U);
+    EXPECT_EQ(
+        replies[0],
+        R"({"jsonrpc":"2.0","id":null,"error":{"code":-32603,"message":"Internal error: std::bad_alloc"}})");
+    EXPECT_EQ(replies[1], pingReply);
+}
+
+TEST(MemoryFaults, ALineWhoseValuesCannotBeHeldIsAnsweredAndTheNextOneCounts) {
+    std::string line = R"({"id":1,"method":"ping","padding":[7)";
+    for (int number = 0; number < 200'000; ++number) line += ",7";
+    Client client("/nonexistent/host.sock");
+    client.memoryLimit = 1'000'000;
+    const auto replies = client.converse({line + "]}", ping}, Call::none, {});
     ASSERT_EQ(replies.size(), 2U);
     EXPECT_EQ(
         replies[0],

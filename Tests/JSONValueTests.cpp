@@ -92,6 +92,14 @@ INSTANTIATE_TEST_SUITE_P(
                                1.2345678901234568e29, 1.2345678901234568e29}),
     test::nameOf);
 
+TEST(JSONValueFromAny, DoublesFollowTheSameRule) {
+    EXPECT_EQ(JSONValue::from(JSONValue(1.0)), JSONValue(true));
+    EXPECT_EQ(JSONValue::from(JSONValue(-0.0)), JSONValue(false));
+    EXPECT_EQ(JSONValue::from(JSONValue(-3.0)), JSONValue(-3));
+    EXPECT_EQ(JSONValue::from(JSONValue(0.5)), JSONValue(0.5));
+    EXPECT_EQ(JSONValue::from(JSONValue(1e300)), JSONValue(1e300));
+}
+
 TEST(JSONValueFromAny, SharedContentIsNotChangedForItsOtherOwners) {
     const JSONValue original = readJSON(R"({"a":[1,{"b":0}]})");
     const JSONValue converted = JSONValue::from(original);

@@ -48,7 +48,7 @@ export function golden(kind) {
 
 /// A test that fails rather than hangs.
 export function test(name, body) {
-    return nodeTest(name, { timeout: 20_000 }, body);
+    return nodeTest(name, { timeout: 15_000 }, body);
 }
 
 export const pause = (milliseconds) => new Promise((done) => setTimeout(done, milliseconds));
