@@ -1,0 +1,71 @@
+// FuzzJSON.cpp: a text, read, converted and written. An independent JSON library is the judge.
+#include "JSONReader.hpp"
+#include "JSONValue.hpp"
+#include "Judge.hpp"
+#include "Target.hpp"
+
+namespace {
+
+using namespace tidewell;
+using namespace tidewell::fuzzing;
+
+std::optional<JSONValue> read(std::string_view text) {
+    try {
+        return readJSON(text);
+    } catch (const JSONError& error) {
+        require(error.offset() <= text.size(), "an error lies inside the text", error.what());
+        return std::nullopt;
+    }
+}
+
+/// A whole number within 64 bits is exact, however it was written; the judge cannot tell where it took a
+/// double.
+void checkNumbers(std::string_view text) {
+    for (const std::string& token : inexactTokens(text)) {
+        const std::optional<JSONValue> number = read(token);
+        const auto expected = wholeNumber(token);
+        if (!expected) continue;
+        require(number && number->integer() && std::to_string(*number->integer()) == *expected,
+                "a whole number within 64 bits is exact", token);
+    }
+}
+
+void checkWriting(const JSONValue& value) {
+    const std::string written = value.jsonString();
+    require(written.find('\n') == std::string::npos, "what is written is one line", written);
+    const auto reread = read(written);
+    require(reread && reread->jsonString() == written, "what is written is read and written the same",
+            written);
+    // As a double, -2^63 is written with the digits of the integer, and so comes back as one: the same number
+    // in the other case.
+    if (written.find("-9223372036854775808") != std::string::npos) return;
+    require(*reread == value, "what is written reads back equal", written);
+    const auto rereadByJudge = judge(written);
+    require(rereadByJudge && agrees(value, *rereadByJudge),
+            "the judge reads what is written as what was read", written);
+}
+
+void checkConversion(const JSONValue& value, const json& judged) {
+    const JSONValue converted = JSONValue::from(value);
+    require(agrees(converted, withBooleans(judged)), "only numbers equal to 1 and 0 become booleans",
+            converted.jsonString());
+    require(JSONValue::from(converted) == converted, "to convert twice is to convert once",
+            converted.jsonString());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view text = textOf(data, size);
+    const std::optional<json> judged = judge(text);
+    const std::optional<JSONValue> ours = read(text);
+    require(!ours || judged, "what the judge refuses is refused", text);
+    require(ours || !judged, "what the judge accepts is accepted", text);
+    if (!ours) return 0;
+
+    require(agrees(*ours, *judged), "what is read is what the judge read", text);
+    checkNumbers(text);
+    checkWriting(*ours);
+    checkConversion(*ours, *judged);
+    return 0;
+}
