@@ -21,8 +21,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <vector>
 
 namespace tidewell::test {
 namespace {
@@ -113,15 +116,27 @@ private:
     std::string firstWrongReply(const std::vector<Request>& batch) {
         for (const Request& request : batch) {
             if (request.replies.empty()) continue;
-            const auto line = server_.readLine();
+            const auto line = readLine();
             const json reply = line ? opened(json::parse(*line, nullptr, false)) : json();
             ++checked_;
             if (std::ranges::find(request.replies, reply) != request.replies.end()) continue;
             return "the request  " + request.line.substr(0, 500) + "\nwas answered " +
-                   line.value_or("nothing").substr(0, 500) + "\nand not      " +
-                   request.replies.front().dump().substr(0, 500);
+                   line.value_or("nothing, and the server " + serverState()).substr(0, 500) +
+                   "\nand not      " + request.replies.front().dump().substr(0, 500);
         }
         return {};
+    }
+
+    /// With more patience than readLine() itself: a sanitizer on a busy machine takes its time over megabytes.
+    std::optional<std::string> readLine() {
+        auto line = server_.readLine();
+        for (int wait = 1; !line && wait < 6 && server_.isRunning(); ++wait) line = server_.readLine();
+        return line;
+    }
+
+    std::string serverState() {
+        if (server_.isRunning()) return "is still there";
+        return "ended with status " + std::to_string(server_.wait()) + " " + server_.errors();
     }
 
     void count() {
