@@ -50,15 +50,17 @@ bool endsProcess(const json& message) {
 }
 
 struct Plan {
-    std::string_view input;  // up to the first line that would end the process
-    std::vector<std::optional<json>>
-        expected;  // for each reply the message it answers, nothing for a parse error
+    /// Up to the first line that would end the process.
+    std::string_view input;
+    /// For each reply the message it answers, nothing for a parse error.
+    std::vector<std::optional<json>> expected;
 };
 
 Plan planFor(std::string_view stream) {
     Plan plan;
     std::size_t start = 0;
-    for (std::size_t end; (end = stream.find('\n', start)) != std::string_view::npos; start = end + 1) {
+    std::size_t end = stream.find('\n');
+    for (; end != std::string_view::npos; start = end + 1, end = stream.find('\n', start)) {
         const std::string_view line = stream.substr(start, end - start);
         if (line.empty()) continue;
         std::optional<json> message = judge(line);
@@ -72,7 +74,7 @@ Plan planFor(std::string_view stream) {
         }
     }
     // What follows the last line feed stays in, because it has to be ignored; a fatal line goes.
-    plan.input = stream.find('\n', start) == std::string_view::npos ? stream : stream.substr(0, start);
+    plan.input = end == std::string_view::npos ? stream : stream.substr(0, start);
     return plan;
 }
 

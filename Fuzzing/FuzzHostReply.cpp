@@ -62,7 +62,8 @@ json expectedToolReply(const Reading& reading, const json& reply) {
     case Reading::Kind::unreadable: {
         // The reader's own words, whatever they are.
         const json& message = reply["result"]["content"][0]["text"]["error"]["message"];
-        require(message.is_string() && message != "", "an unreadable reply has a reason", reply.dump());
+        require(message.is_string() && !message.get_ref<const std::string&>().empty(),
+                "an unreadable reply has a reason", reply.dump());
         return toolFailure({{"code", "error"}, {"message", message}});
     }
     case Reading::Kind::failure: {

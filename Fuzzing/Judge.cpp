@@ -100,7 +100,10 @@ bool agrees(const JSONValue& ours, const json& judged) {
 }
 
 json withBooleans(json judged) {
-    if (judged.is_number() && (judged == 0 || judged == 1)) return judged == 1;
+    if (judged.is_number()) {
+        const auto value = judged.get<double>();
+        return value == 0 || value == 1 ? json(value == 1) : judged;
+    }
     if (!judged.is_structured()) return judged;
     for (auto& element : judged) element = withBooleans(std::move(element));
     return judged;

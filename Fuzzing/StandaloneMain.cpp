@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <vector>
 
@@ -12,8 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 
 void run(const fs::path& path) {
-    std::printf("%s\n", path.c_str());
-    std::fflush(stdout);  // so that the last name printed is the one that failed
+    std::cout << path.string() << std::endl;  // flushed, so that the last name printed is the one that failed
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         std::perror("cannot be read");
@@ -35,6 +35,6 @@ int main(int argumentCount, char* arguments[]) {
     }
     std::ranges::sort(paths);
     for (const fs::path& path : paths) run(path);
-    std::printf("%zu inputs\n", paths.size());
+    std::cout << paths.size() << " inputs\n";
     return paths.empty() ? 2 : 0;
 }
