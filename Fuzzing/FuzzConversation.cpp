@@ -43,10 +43,8 @@ bool endsProcess(const json& message) {
     const std::string method = methodOf(message);
     if (method == "exit") return true;
     const auto id = message.find("id");
-    if (id == message.end() || !id->is_number() || id->is_number_integer()) {
-        return id != message.end() && id->is_number_unsigned() && id->get<std::uint64_t>() > INT64_MAX;
-    }
-    return std::abs(id->get<double>()) >= 9223372036854775808.0;
+    return id != message.end() && id->is_number_float() &&
+           std::abs(id->get<double>()) >= 9223372036854775808.0;
 }
 
 struct Plan {

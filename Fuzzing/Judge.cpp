@@ -65,25 +65,29 @@ bool agreesOnDouble(const JSONValue& ours, double judged) {
     return isSame && (isAtTheEdge || isWhole == integer.has_value());
 }
 
+/// Whole numbers above 2^63 as doubles: the library holds them exactly, the reader promises no more.
+json withinSigned64Bits(json judged) {
+    if (judged.is_number_unsigned() && judged.get<std::uint64_t>() > INT64_MAX) return judged.get<double>();
+    if (!judged.is_structured()) return judged;
+    for (auto& element : judged) element = withinSigned64Bits(std::move(element));
+    return judged;
+}
+
 }  // namespace
 
 std::optional<json> judge(std::string_view text) {
     if (text.find('\0') != std::string_view::npos || text.starts_with("\xEF\xBB\xBF")) return std::nullopt;
     json judged = json::parse(text, nullptr, false);
     if (judged.is_discarded() || depthOf(text) > deepestNesting) return std::nullopt;
-    return judged;
+    return withinSigned64Bits(std::move(judged));
 }
 
 bool agrees(const JSONValue& ours, const json& judged) {
     switch (judged.type()) {
     case json::value_t::null: return ours.isNull();
     case json::value_t::boolean: return ours.boolean() == judged.get<bool>();
-    case json::value_t::number_integer: return ours.integer() == judged.get<std::int64_t>();
-    case json::value_t::number_unsigned: {
-        const auto value = judged.get<std::uint64_t>();
-        if (value > INT64_MAX) return ours.number() == static_cast<double>(value);
-        return ours.integer() == static_cast<std::int64_t>(value);
-    }
+    case json::value_t::number_integer:
+    case json::value_t::number_unsigned: return ours.integer() == judged.get<std::int64_t>();
     case json::value_t::number_float: return agreesOnDouble(ours, judged.get<double>());
     case json::value_t::string: return ours.string() == judged.get_ref<const std::string&>();
     case json::value_t::array:

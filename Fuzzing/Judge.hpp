@@ -16,7 +16,7 @@ using nlohmann::json;
 
 /// What `text` says, or nothing when it has to be refused. Where the library is laxer than our reader
 /// promises to be, this says what was promised: it takes a NUL for the end of its input, skips a byte-order
-/// mark and knows no limit of nesting.
+/// mark, knows no limit of nesting, and holds whole numbers up to 2^64.
 std::optional<json> judge(std::string_view text);
 
 /// Whether our value is what the judge read. A double cannot tell 2^63 from its whole neighbours within 64

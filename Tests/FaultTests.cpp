@@ -299,20 +299,37 @@ TEST(MemoryFaults, AHostReplyThatCannotBeHeldIsAToolError) {
 
 TEST(MemoryFaults, AReplyThatCannotBeWrittenIsAnErrorUnderItsId) {
     ScriptedHost host;
-    // It can be held, but as JSON text inside JSON text it grows: each quote takes four bytes in the end. The
-    // buffers on the way double, so the limit lies just above what reading takes.
+    // It can be held, but as JSON text inside JSON text it grows: each quote takes four bytes in the end, and the id
+    // comes on top. The limit lies between what reading takes and what the line takes.
     host.replies(R"({"ok":true,"result":")" + [] {
         std::string quotes;
         for (int pair = 0; pair < 300'000; ++pair) quotes += "\\\"";
         return quotes;
     }() + "\"}");
+    const std::string id(200'000, 'i');
     Client client(host.socketPath());
-    client.memoryLimit = 1'100'000;
-    const auto replies = client.converse({toolCall, ping}, Call::none, {});
+    client.memoryLimit = 1'300'000;
+    const auto replies = client.converse(
+        {R"({"id":")" + id + R"(","method":"tools/call","params":{"name":"x"}})", ping}, Call::none, {});
     ASSERT_EQ(replies.size(), 2U);
-    EXPECT_EQ(json::parse(replies[0])["id"], 1);
-    EXPECT_NE(replies[0].find("std::bad_alloc"), std::string::npos) << replies[0].substr(0, 200);
+    EXPECT_EQ(json::parse(replies[0]),
+              (json{{"jsonrpc", "2.0"},
+                    {"id", id},
+                    {"error", {{"code", -32603}, {"message", "Internal error: std::bad_alloc"}}}}))
+        << replies[0].substr(0, 100);
     EXPECT_EQ(replies[1], pingReply);
+}
+
+TEST(MemoryFaults, WithoutLargePagesALargeReplyIsAnsweredAllTheSame) {
+    const std::string text(8'000'000, 'x');
+    ScriptedHost host;
+    host.replies(R"({"ok":true,"result":")" + text + "\"}");
+    Client client(host.socketPath());
+    const auto replies = client.converse({toolCall, ping}, Call::madvise, {.error = EINVAL, .times = 100000});
+    ASSERT_EQ(replies.size(), 2U);
+    EXPECT_EQ(json::parse(replies[0])["result"]["content"][0]["text"], '"' + text + '"');
+    EXPECT_EQ(replies[1], pingReply);
+    EXPECT_GT(client.calls(), 0) << "the fault never happened";
 }
 
 // The version.

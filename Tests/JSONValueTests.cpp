@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace tidewell {
@@ -177,6 +178,102 @@ TEST(JSONString, StringsOfEveryLengthAroundTheWordSizeSurvive) {
             }
         }
     }
+}
+
+TEST(JSONString, TextFromJSONIsWrittenAsItCame) {
+    // Read without an escape it needs none; the others need theirs again.
+    for (const std::string text :
+         {R"("")", R"("é")", R"("short")", R"("é longer than a value holds in itself — ✓")", R"("a\"b")",
+          R"("a backslash \\ in a long string")", R"("tab\tand line feed\n")", R"("\u0001")"}) {
+        EXPECT_EQ(readJSON(text).jsonString(), text);
+    }
+    EXPECT_EQ(readJSON(R"("\u00e9\/\u0041")").jsonString(), R"("é/A")");
+}
+
+// A string that is the text of a value: nobody may see whether it was made first.
+
+TEST(JSONTextOfAValue, IsTheStringThatTheTextIs) {
+    const JSONValue value =
+        readJSON(R"({"a":[1,-2.5,true,null,"q\"b\\c\n\u0001é✓"],"a long key of an object":{}})");
+    const JSONValue made = value.jsonString();
+    EXPECT_EQ(JSONValue::textOf(value).jsonString(), made.jsonString());
+    EXPECT_EQ(JSONValue::textOf(value).string(), value.jsonString());
+    EXPECT_EQ(JSONValue::textOf(value), made);
+    EXPECT_EQ(made, JSONValue::textOf(value));
+    EXPECT_EQ(JSONValue::textOf(value).kind(), Case::string);
+    EXPECT_FALSE(JSONValue::textOf(value) == value);
+    EXPECT_EQ(JSONValue::textOf(1), JSONValue("1"));
+    EXPECT_EQ(JSONValue::textOf("x").jsonString(), R"("\"x\"")");
+}
+
+TEST(JSONTextOfAValue, MayBeLookedAtBetweenTwoWritings) {
+    const JSONValue text = JSONValue::textOf(readJSON(R"({"key":"with \" quote"})"));
+    const JSONValue copy = text;
+    const std::string before = text.jsonString();
+    EXPECT_EQ(text.string(), R"({"key":"with \" quote"})");
+    EXPECT_EQ(text.jsonString(), before);
+    EXPECT_EQ(copy.jsonString(), before);
+    EXPECT_EQ(copy, text);
+}
+
+TEST(JSONTextOfAValue, MayStandInsideAnother) {
+    const JSONValue inner = JSONValue::object({{"t", JSONValue::textOf(readJSON(R"(["\"",{}])"))}});
+    const JSONValue outer = JSONValue::array({JSONValue::textOf(inner), 7});
+    const JSONValue expected = JSONValue::array({JSONValue(R"({"t":"[\"\\\"\",{}]"})"), 7});
+    EXPECT_EQ(outer.jsonString(), expected.jsonString());
+}
+
+TEST(JSONTextOfAValue, WithoutAJSONFormIsTheWordNullAndLeavesTheRestAsItIs) {
+    const JSONValue broken = JSONValue::array({1, std::numeric_limits<double>::quiet_NaN()});
+    EXPECT_EQ(JSONValue::textOf(broken).string(), "null");
+    EXPECT_EQ(JSONValue::array({1, JSONValue::textOf(broken), 2}).jsonString(), R"([1,"null",2])");
+    EXPECT_EQ(JSONValue::textOf("\xFF").jsonString(), R"("null")");
+    EXPECT_EQ(JSONValue::array({JSONValue::textOf(1), broken}).jsonString(), "null");
+}
+
+TEST(JSONTextOfAValue, GrowsItsBufferWhereverItIs) {
+    // Every length around those at which a buffer grows, with escapes and without.
+    for (const std::string piece : {"x", "\\\"", "é", "\n"}) {
+        std::string content;
+        for (int length = 0; length < 700; ++length, content += piece) {
+            const JSONValue value = JSONValue::array({JSONValue(content), length});
+            ASSERT_EQ(JSONValue::textOf(value).jsonString(), JSONValue(value.jsonString()).jsonString());
+        }
+    }
+}
+
+// A tree's memory comes in blocks: a part may outlive the whole, and any thread may be the last to let go.
+
+TEST(JSONValueMemory, APartOutlivesTheTreeItWasReadIn) {
+    std::string text = "[";
+    for (int item = 0; item < 5000; ++item) {
+        text += (item == 0 ? "" : ",") + std::string(R"({"name":"item number )") + std::to_string(item) +
+                R"( of many","list":[1,2,3,"a string of some length"]})";
+    }
+    text += "]";
+    std::vector<JSONValue> kept;
+    {
+        const JSONValue tree = readJSON(text);
+        ASSERT_EQ(tree.elements().size(), 5000U);
+        for (std::size_t at = 0; at < 5000; at += 99) kept.push_back(tree.elements()[at]);
+    }
+    for (std::size_t at = 0; at < kept.size(); ++at) {
+        EXPECT_EQ(kept[at].find("name")->string(), "item number " + std::to_string(at * 99) + " of many");
+        EXPECT_EQ(kept[at].find("list")->elements().size(), 4U);
+    }
+    std::thread([moved = std::move(kept)]() mutable { moved.clear(); }).join();
+}
+
+TEST(JSONValueMemory, ATreeMayBeChangedAndLetGoOnTwoThreadsAtOnce) {
+    std::string text = "[0";
+    for (int item = 0; item < 3000; ++item) text += ",[\"a string that is long enough\",{\"k\":[1]}]";
+    JSONValue first = readJSON(text + "]");
+    JSONValue second = first;
+    std::thread other([&] { second = JSONValue::from(std::move(second)); });
+    first = JSONValue();
+    other.join();
+    EXPECT_EQ(second.elements().front(), JSONValue(false));
+    EXPECT_EQ(second.elements().back().elements()[1].find("k")->elements()[0], JSONValue(true));
 }
 
 TEST(JSONValueEquality, CasesAreNeverMixed) {

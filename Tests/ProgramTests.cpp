@@ -170,7 +170,7 @@ TEST(Program, AHostThatHungUpDoesNotEndIt) {
 }
 
 TEST(Program, SignalsEndItAtOnceAlsoInTheMiddleOfACall) {
-    for (const int signal : {SIGTERM, SIGINT}) {
+    for (const int signal : {SIGTERM, SIGINT, SIGKILL}) {
         ScriptedHost host;
         host.staysSilent();
         Process process(options({}, host.socketPath()));

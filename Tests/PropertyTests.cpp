@@ -77,6 +77,10 @@ TEST(JSONProperties, WhatIsReadIsWhatTheJudgeReadsAndIsWrittenBackEqual) {
         const std::string written = decoded.jsonString();
         ASSERT_EQ(JSONValue::decode(written), decoded) << written;
         ASSERT_TRUE(agrees(decoded, json::parse(written))) << written;
+        // As text inside a text it is the same as the text made first, for the judge too.
+        const std::string embedded = JSONValue::array({JSONValue::textOf(decoded)}).jsonString();
+        ASSERT_EQ(embedded, JSONValue::array({JSONValue(written)}).jsonString());
+        ASSERT_EQ(json::parse(embedded), json::array({written}));
         ASSERT_TRUE(agrees(JSONValue::from(JSONValue::decode(text)), withBooleans(original))) << text;
     }
 }

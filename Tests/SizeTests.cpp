@@ -216,9 +216,9 @@ INSTANTIATE_TEST_SUITE_P(
         LongString{"InAPing", {R"({"id":1,"method":"ping","padding":")", R"("})"}, {}, false,
                    replyWith(json::object()), 2},
         LongString{"InAHostReply", {toolCall}, Message{R"({"ok":true,"result":")", R"("})"}, true,
-                   toolResult(R"("")", false), 3},
+                   toolResult(R"("")", false), 2},
         LongString{"InAToolCall", {R"({"id":1,"method":"tools/call","params":{"name":"x","arguments":")", R"("}})"},
-                   Message{R"({"ok":true})"}, false, toolResult("{}", false), 4}),
+                   Message{R"({"ok":true})"}, false, toolResult("{}", false), 3}),
     // clang-format on
     nameOf);
 

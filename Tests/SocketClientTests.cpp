@@ -294,7 +294,17 @@ TEST(ExchangeTimeLimits, AHostThatStaysSilentIsGivenUpAfter120Seconds) {
     EXPECT_GE(Clock::now() - start, std::chrono::seconds(119));
 }
 
-// The limit counts from the last progress: the first write moves a little within its 120 seconds, and only
+// The limit counts from the last byte, not from the start: a host app that works in small steps is not cut off.
+TEST(ExchangeTimeLimits, AReplyThatDripsOneByteASecondIsReadThoughItTakesMoreThan120Seconds) {
+    const std::string reply = R"({"ok":true,"result":")" + std::string(100, 'x') + "\"}";
+    ScriptedHost host;
+    host.repliesSlowly(reply, 1000);
+    const auto start = Clock::now();
+    EXPECT_EQ(replyFrom(host), JSONValue::decode(reply));
+    EXPECT_GE(Clock::now() - start, std::chrono::seconds(121));
+}
+
+// The same when writing: the first write moves a little within its 120 seconds, and only
 // the second one moves nothing.
 TEST(ExchangeTimeLimits, AHostThatNeverReadsIsGivenUpWhenNothingMovesFor120Seconds) {
     ScriptedHost host;

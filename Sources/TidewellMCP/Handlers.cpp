@@ -27,10 +27,11 @@ JSONValue resultOf(const JSONValue& reply) {
     return result == nullptr ? JSONValue::object({}) : *result;
 }
 
-JSONValue toolResult(std::string_view text, bool isError) {
-    return JSONValue::object(
-        {{"content", JSONValue::array({JSONValue::object({{"type", "text"}, {"text", text}})})},
-         {"isError", isError}});
+/// The result of a tool: `value` as text.
+JSONValue toolResult(JSONValue value, bool isError) {
+    const JSONValue item =
+        JSONValue::object({{"type", "text"}, {"text", JSONValue::textOf(std::move(value))}});
+    return JSONValue::object({{"content", JSONValue::array({item})}, {"isError", isError}});
 }
 
 }  // namespace
@@ -73,7 +74,7 @@ JSONValue StdioBridge::handleToolCall(const JSONValue& params) const {
 }
 
 JSONValue StdioBridge::wrapSocketResponse(const JSONValue& reply) {
-    if (isSuccess(reply)) return toolResult(resultOf(reply).jsonString(), false);
+    if (isSuccess(reply)) return toolResult(resultOf(reply), false);
     const JSONValue* const found = reply.find("error");
     const JSONValue record = found == nullptr ? JSONValue() : *found;
     // Each member is judged on its own: a numeric code does not cost the message.
@@ -86,7 +87,7 @@ JSONValue StdioBridge::toolErrorResult(std::string_view code, std::string_view m
                                        std::optional<std::string_view> hint) {
     JSONValue record = JSONValue::object({{"code", code}, {"message", message}});
     if (hint) record = JSONValue::object({{"code", code}, {"message", message}, {"hint", *hint}});
-    return toolResult(JSONValue::object({{"error", record}}).jsonString(), true);
+    return toolResult(JSONValue::object({{"error", record}}), true);
 }
 
 JSONValue StdioBridge::handleResourceRead(const JSONValue& params) const {
@@ -100,7 +101,7 @@ JSONValue StdioBridge::handleResourceRead(const JSONValue& params) const {
         throw MCPError::live(-32000, std::string(message.value_or("resource unavailable")));
     }
     const JSONValue content = JSONValue::object(
-        {{"uri", *uri}, {"mimeType", "application/json"}, {"text", resultOf(reply).jsonString()}});
+        {{"uri", *uri}, {"mimeType", "application/json"}, {"text", JSONValue::textOf(resultOf(reply))}});
     return JSONValue::object({{"contents", JSONValue::array({content})}});
 }
 

@@ -1,5 +1,6 @@
 #include "JSONReader.hpp"
 
+#include "JSONNode.hpp"
 #include "JSONText.hpp"
 #include "UTF8.hpp"
 
@@ -30,19 +31,33 @@ constexpr bool isDigit(char byte) noexcept { return byte >= '0' && byte <= '9'; 
 /// object's keys and values wait there by turns.
 class Reader {
 public:
-    explicit Reader(std::string_view text) : begin_(text.data()), at_(begin_), end_(begin_ + text.size()) {}
+    explicit Reader(std::string_view text)
+        : begin_(text.data()), at_(begin_), end_(begin_ + text.size()), arena_(text.size()) {}
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+    ~Reader() {
+        // Kept for the next reading, unless it became unusually large.
+        constexpr std::size_t keptValues = 1024;
+        pending_.clear();
+        if (pending_.capacity() > keptValues) std::vector<JSONValue>().swap(pending_);
+    }
 
     JSONValue read() {
         do {
             if (startValue()) continue;
-            while (!open_.empty() && !startNextElement()) closeContainer();
-        } while (!open_.empty());
+            while (nesting_ > 0 && !startNextElement()) closeContainer();
+        } while (nesting_ > 0);
         skipBlanks();
         if (at_ != end_) fail("expected the end of the text");
         return std::move(pending_.front());
     }
 
 private:
+    static std::vector<JSONValue>& usualPlace() {
+        thread_local std::vector<JSONValue> place;
+        return place;
+    }
+
     struct Container {
         std::size_t firstPending;
         bool isObject;
@@ -64,9 +79,9 @@ private:
     }
 
     bool openContainer(bool isObject) {
-        if (open_.size() == maximumNesting) fail("nested too deeply");
+        if (nesting_ == maximumNesting) fail("nested too deeply");
         ++at_;
-        open_.push_back({pending_.size(), isObject});
+        open_[nesting_++] = {pending_.size(), isObject};
         skipBlanks();
         if (at_ != end_ && *at_ == (isObject ? '}' : ']')) {
             closeContainer();
@@ -79,7 +94,7 @@ private:
 
     /// After a value inside a container: true when another one follows, false at the container's end.
     bool startNextElement() {
-        const bool isObject = open_.back().isObject;
+        const bool isObject = open_[nesting_ - 1].isObject;
         skipBlanks();
         const char next = peek();
         if (next == (isObject ? '}' : ']')) return false;
@@ -92,10 +107,10 @@ private:
     /// At the closing bracket: the waiting values become one.
     void closeContainer() {
         ++at_;
-        const Container closed = open_.back();
-        open_.pop_back();
+        const Container closed = open_[--nesting_];
         const auto content = std::span(pending_).subspan(closed.firstPending);
-        JSONValue value = closed.isObject ? JSONValue::object(content) : JSONValue::array(content);
+        JSONValue value =
+            closed.isObject ? JSONValue::object(content, &arena_) : JSONValue::array(content, &arena_);
         pending_.resize(closed.firstPending);
         pending_.push_back(std::move(value));
     }
@@ -112,7 +127,7 @@ private:
     JSONValue readString() {
         const char* const first = ++at_;
         skipLiteralText();
-        if (*at_ == '"') return std::string_view(first, static_cast<std::size_t>(at_++ - first));
+        if (*at_ == '"') return JSONValue({first, static_cast<std::size_t>(at_++ - first)}, true, &arena_);
         std::string text(first, at_);
         while (*at_ != '"') {
             readEscape(text);
@@ -121,7 +136,7 @@ private:
             text.append(run, at_);
         }
         ++at_;
-        return text;
+        return JSONValue(text, false, &arena_);
     }
 
     /// Up to the next quote or backslash, through plain bytes and well-formed sequences outside ASCII.
@@ -314,8 +329,10 @@ private:
     const char* begin_;
     const char* at_;
     const char* end_;
-    std::vector<JSONValue> pending_;
-    std::vector<Container> open_;
+    NodeArena arena_;
+    std::vector<JSONValue>& pending_ = usualPlace();
+    std::size_t nesting_ = 0;
+    std::array<Container, maximumNesting> open_;  // the first `nesting_` of them; left uninitialised
 };
 
 }  // namespace

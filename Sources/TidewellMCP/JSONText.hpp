@@ -1,6 +1,7 @@
 // JSONText.hpp: what the reader and the writer share about the inside of JSON strings.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -18,14 +19,17 @@ constexpr bool isPlain(char byte) noexcept {
 inline const char* skipPlain(const char* at, const char* end) noexcept {
     constexpr std::uint64_t ones = 0x0101010101010101;
     constexpr std::uint64_t highs = ones * 0x80;
+    static_assert(std::endian::native == std::endian::little, "the lowest byte of a word is the first");
     while (end - at >= 8) {
         std::uint64_t word = 0;
         std::memcpy(&word, at, sizeof word);
         // A high bit set: not ASCII, or a borrow out of "minus 0x20" (control character) or out of "minus one" of
-        // a zero byte (quote, backslash). A false alarm needs a true one below it; the byte loop decides.
+        // a zero byte (quote, backslash). A false alarm needs a true one below it, so the lowest is true.
         const std::uint64_t quotes = word ^ (ones * '"');
         const std::uint64_t backslashes = word ^ (ones * '\\');
-        if (((word | (word - ones * 0x20) | (quotes - ones) | (backslashes - ones)) & highs) != 0) break;
+        const std::uint64_t alarms =
+            (word | (word - ones * 0x20) | (quotes - ones) | (backslashes - ones)) & highs;
+        if (alarms != 0) return at + std::countr_zero(alarms) / 8;
         at += 8;
     }
     while (at != end && isPlain(*at)) ++at;

@@ -1,9 +1,10 @@
 #include "JSONValue.hpp"
 
+#include "JSONNode.hpp"
 #include "JSONReader.hpp"
+#include "JSONText.hpp"
 
 #include <algorithm>
-#include <atomic>
 #include <memory>
 #include <new>
 #include <utility>
@@ -11,58 +12,32 @@
 
 namespace tidewell {
 
-/// What lies behind a long string, an array or an object: a header and the elements right behind it, in one
-/// allocation of the exact size. Freed by whichever of its owners goes last.
-template <typename Element>
-struct alignas(16) JSONValue::Node {
-    std::atomic<std::size_t> owners{1};
-    std::size_t count = 0;
+JSONValue::JSONValue(std::string_view text)
+    : JSONValue(text, skipPlain(text.data(), text.data() + text.size()) == text.data() + text.size(),
+                nullptr) {}
 
-    Element* elements() noexcept { return reinterpret_cast<Element*>(this + 1); }
-
-    /// A node with room for `capacity` elements, none of them constructed yet.
-    static Node* make(std::size_t capacity) {
-        static_assert(alignof(Element) <= alignof(Node) && alignof(Node) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
-        constexpr std::size_t most = (SIZE_MAX - sizeof(Node)) / sizeof(Element);
-        if (capacity > most) throw std::bad_alloc();
-        return new (::operator new(sizeof(Node) + capacity * sizeof(Element))) Node;
-    }
-
-    void retain() noexcept { owners.fetch_add(1, std::memory_order_relaxed); }
-
-    /// Who sees a count of one is the only owner and needs no atomic step; that is nearly every release.
-    void release() noexcept {
-        const bool last = owners.load(std::memory_order_acquire) == 1 ||
-                          owners.fetch_sub(1, std::memory_order_acq_rel) == 1;
-        if (!last) return;
-        std::destroy_n(elements(), count);
-        this->~Node();
-        ::operator delete(this);
-    }
-};
-
-JSONValue::JSONValue(std::string_view text) : case_(Case::string) {
-    if (text.size() <= shortTextSize) {
-        std::copy(text.begin(), text.end(), payload_.begin());
-        textLength_ = static_cast<std::uint8_t>(text.size());
-        return;
-    }
-    auto* const node = Node<char>::make(text.size());
+void JSONValue::storeLongText(std::string_view text, NodeArena* arena) {
+    auto* const node = Node<char>::make(text.size(), arena);
     std::copy(text.begin(), text.end(), node->elements());
     node->count = text.size();
     store(node);
-    textLength_ = isLong;
+    text_ |= isLong;
 }
 
 JSONValue::JSONValue(const JSONValue& other) noexcept
-    : payload_(other.payload_), textLength_(other.textLength_), case_(other.case_) {
+    : payload_(other.payload_), text_(other.text_), case_(other.case_) {
     if (!isShared()) return;
-    if (case_ == Case::string) node<char>().retain();
+    if (isTextOfValue()) {
+        node<JSONValue>().retain();
+    } else if (case_ == Case::string) {
+        node<char>().retain();
+    }
     if (case_ == Case::array) node<JSONValue>().retain();
     if (case_ == Case::object) node<Member>().retain();
 }
 
 void JSONValue::release() noexcept {
+    if (isTextOfValue()) return node<JSONValue>().release();
     if (case_ == Case::string) node<char>().release();
     if (case_ == Case::array) node<JSONValue>().release();
     if (case_ == Case::object) node<Member>().release();
@@ -73,36 +48,43 @@ JSONValue JSONValue::array(std::initializer_list<JSONValue> elements) {
     return array(std::span<JSONValue>(copies));
 }
 
-JSONValue JSONValue::array(std::span<JSONValue> elements) {
-    auto* const node = Node<JSONValue>::make(elements.size());
-    std::uninitialized_move(elements.begin(), elements.end(), node->elements());
-    node->count = elements.size();
+JSONValue JSONValue::array(std::span<JSONValue> elements, NodeArena* arena) {
     JSONValue result;
     result.case_ = Case::array;
+    if (elements.empty()) return result;
+    auto* const node = Node<JSONValue>::make(elements.size(), arena);
+    std::uninitialized_move(elements.begin(), elements.end(), node->elements());
+    node->count = elements.size();
     result.store(node);
     return result;
 }
 
 JSONValue JSONValue::object(std::initializer_list<Member> members) {
-    std::vector<JSONValue> keysAndValues;
-    keysAndValues.reserve(members.size() * 2);
-    for (const Member& member : members) {
-        keysAndValues.push_back(member.key);
-        keysAndValues.push_back(member.value);
+    JSONValue result;
+    result.case_ = Case::object;
+    if (members.size() == 0) return result;
+    auto* const node = Node<Member>::make(members.size());
+    for (const Member* member = members.begin(); member != members.end(); ++member) {
+        // These are a handful: looking through those behind costs less than anything cleverer.
+        const bool isSuperseded = std::any_of(
+            member + 1, members.end(), [&](const Member& later) { return sameText(later.key, member->key); });
+        if (!isSuperseded) new (node->elements() + node->count++) Member(*member);
     }
-    return object(std::span<JSONValue>(keysAndValues));
+    result.store(node);
+    return result;
 }
 
-JSONValue JSONValue::object(std::span<JSONValue> keysAndValues) {
+JSONValue JSONValue::object(std::span<JSONValue> keysAndValues, NodeArena* arena) {
+    JSONValue result;
+    result.case_ = Case::object;
+    if (keysAndValues.empty()) return result;
     const std::size_t count = dropSuperseded(keysAndValues);
-    auto* const node = Node<Member>::make(count);
+    auto* const node = Node<Member>::make(count, arena);
     for (std::size_t at = 0; at < count; ++at) {
         new (node->elements() + at)
             Member{std::move(keysAndValues[2 * at]), std::move(keysAndValues[2 * at + 1])};
     }
     node->count = count;
-    JSONValue result;
-    result.case_ = Case::object;
     result.store(node);
     return result;
 }
@@ -151,6 +133,15 @@ std::size_t JSONValue::dropSuperseded(std::span<JSONValue> keysAndValues) {
     return kept;
 }
 
+JSONValue JSONValue::textOf(JSONValue value) {
+    JSONValue result = array(std::span(&value, 1));
+    result.case_ = Case::string;
+    result.text_ = isLong | ofValue;
+    return result;
+}
+
+const JSONValue& JSONValue::valueOfText() const noexcept { return *node<JSONValue>().elements(); }
+
 JSONValue JSONValue::from(std::optional<JSONValue> any) {
     if (!any) return nullptr;
     JSONValue value = std::move(*any);
@@ -173,16 +164,10 @@ void JSONValue::convertNumbers() {
         }
         return;
     case Case::array:
-        detach<JSONValue>();
-        for (JSONValue& element : std::span(node<JSONValue>().elements(), node<JSONValue>().count)) {
-            element.convertNumbers();
-        }
+        for (JSONValue& element : own<JSONValue>()) element.convertNumbers();
         return;
     case Case::object:
-        detach<Member>();
-        for (Member& member : std::span(node<Member>().elements(), node<Member>().count)) {
-            member.value.convertNumbers();
-        }
+        for (Member& member : own<Member>()) member.value.convertNumbers();
         return;
     case Case::bool_:
     case Case::string:
@@ -190,16 +175,18 @@ void JSONValue::convertNumbers() {
     }
 }
 
-/// Makes this value the only owner of its node, so that it may be changed.
+/// What lies behind this value, of which it is the only owner from now on, so that it may be changed.
 template <typename Element>
-void JSONValue::detach() {
-    auto& shared = node<Element>();
-    if (shared.owners.load(std::memory_order_acquire) == 1) return;
-    auto* const own = Node<Element>::make(shared.count);
-    std::uninitialized_copy_n(shared.elements(), shared.count, own->elements());
-    own->count = shared.count;
-    shared.release();
-    store(own);
+std::span<Element> JSONValue::own() {
+    if (!isShared()) return {};
+    if (auto& shared = node<Element>(); shared.owners.load(std::memory_order_acquire) != 1) {
+        auto* const copy = Node<Element>::make(shared.count);
+        std::uninitialized_copy_n(shared.elements(), shared.count, copy->elements());
+        copy->count = shared.count;
+        shared.release();
+        store(copy);
+    }
+    return {node<Element>().elements(), node<Element>().count};
 }
 
 std::optional<bool> JSONValue::boolean() const noexcept {
@@ -217,23 +204,28 @@ std::optional<double> JSONValue::number() const noexcept {
     return load<double>();
 }
 
-std::optional<std::string_view> JSONValue::string() const noexcept {
+std::optional<std::string_view> JSONValue::string() const {
     if (case_ != Case::string) return std::nullopt;
     return text();
 }
 
-std::string_view JSONValue::text() const noexcept {
-    if (isShortText()) return {payload_.data(), textLength_};
+std::string_view JSONValue::longText() const {
+    if (isTextOfValue()) {
+        JSONValue made = valueOfText().jsonString();
+        std::swap(payload_, made.payload_);  // the same string, in its other form
+        std::swap(text_, made.text_);
+        return text();
+    }
     return {node<char>().elements(), node<char>().count};
 }
 
 std::span<const JSONValue> JSONValue::elements() const noexcept {
-    if (case_ != Case::array) return {};
+    if (case_ != Case::array || !isShared()) return {};
     return {node<JSONValue>().elements(), node<JSONValue>().count};
 }
 
 std::span<const JSONValue::Member> JSONValue::members() const noexcept {
-    if (case_ != Case::object) return {};
+    if (case_ != Case::object || !isShared()) return {};
     return {node<Member>().elements(), node<Member>().count};
 }
 
@@ -246,18 +238,11 @@ const JSONValue* JSONValue::find(std::string_view key) const noexcept {
 
 std::optional<JSONValue> JSONValue::take(std::string_view key) {
     if (find(key) == nullptr) return std::nullopt;
-    detach<Member>();
+    own<Member>();
     return std::exchange(const_cast<JSONValue&>(*find(key)), nullptr);  // ours alone by now
 }
 
-bool JSONValue::sameText(const JSONValue& left, const JSONValue& right) noexcept {
-    if (left.isShortText() && right.isShortText()) {
-        return left.textLength_ == right.textLength_ && left.payload_ == right.payload_;
-    }
-    return left.text() == right.text();
-}
-
-bool operator==(const JSONValue& left, const JSONValue& right) noexcept {
+bool operator==(const JSONValue& left, const JSONValue& right) {
     using Case = JSONValue::Case;
     if (left.case_ != right.case_) return false;
     switch (left.case_) {

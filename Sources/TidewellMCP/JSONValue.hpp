@@ -18,8 +18,12 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tidewell {
+
+class ByteBuffer;
+class NodeArena;
 
 class JSONValue {
 public:
@@ -43,9 +47,20 @@ public:
     JSONValue(std::string_view text);
     JSONValue(const std::string& text) : JSONValue(std::string_view(text)) {}
     JSONValue(const char* text) : JSONValue(std::string_view(text)) {}
+    /// `isVerbatim`: between quotes these bytes are JSON as they are, well-formed UTF-8 without anything to
+    /// escape. Where memory comes from an arena, here and below, is up to whoever builds a large tree.
+    explicit JSONValue(std::string_view text, bool isVerbatim, NodeArena* arena)
+        : text_(isVerbatim ? verbatim : 0), case_(Case::string) {
+        if (text.size() <= shortTextSize) {
+            storeShortText(text);
+        } else {
+            storeLongText(text, arena);
+        }
+    }
 
     JSONValue(const JSONValue& other) noexcept;
-    JSONValue(JSONValue&& other) noexcept { swap(other); }
+    JSONValue(JSONValue&& other) noexcept
+        : payload_(other.payload_), text_(other.text_), case_(std::exchange(other.case_, Case::null)) {}
     JSONValue& operator=(JSONValue other) noexcept {
         swap(other);
         return *this;
@@ -57,12 +72,16 @@ public:
     /// An array of copies, in order.
     static JSONValue array(std::initializer_list<JSONValue> elements);
     /// An array that takes the elements over; the span's values are null afterwards.
-    static JSONValue array(std::span<JSONValue> elements);
+    static JSONValue array(std::span<JSONValue> elements, NodeArena* arena = nullptr);
     /// An object of copies. Of members with one key the last wins, here and below.
     static JSONValue object(std::initializer_list<Member> members);
     /// An object that takes over keys and values standing by turns: key, value, key, value, … Every key must
     /// be a string. The span's values are unspecified afterwards.
-    static JSONValue object(std::span<JSONValue> keysAndValues);
+    static JSONValue object(std::span<JSONValue> keysAndValues, NodeArena* arena = nullptr);
+
+    /// A string: what jsonString() gives for `value`. It is made when somebody looks at it; who only writes it
+    /// out never pays for it. For a large reply inside a tool result that halves time and memory.
+    static JSONValue textOf(JSONValue value);
 
     /// The value of a message part that may be absent: null then. A number equal to 1 or 0 becomes a boolean
     /// on this path, so a client's "limit": 1 reaches the host app as true; hosts depend on it. Any other
@@ -81,7 +100,7 @@ public:
     std::optional<bool> boolean() const noexcept;
     std::optional<std::int64_t> integer() const noexcept;
     std::optional<double> number() const noexcept;  ///< the double case only
-    std::optional<std::string_view> string() const noexcept;
+    std::optional<std::string_view> string() const;
     std::span<const JSONValue> elements() const noexcept;  ///< empty unless an array
     std::span<const Member> members() const noexcept;      ///< empty unless an object; keys are unique
     /// The value under `key`, or null when this is no object or has no such member. Owned by this value.
@@ -94,17 +113,27 @@ public:
     /// in their shortest form that reads back equal. Never fails: when a double is not finite or a string not
     /// UTF-8 anywhere inside, the whole text is "null".
     std::string jsonString() const;
+    /// Appends the same to `text`. Throws std::bad_alloc, and leaves an unfinished text behind then.
+    void writeJSON(ByteBuffer& text) const;
+    /// Appends the object with these members, whose keys differ.
+    static void writeJSON(std::span<const Member> members, ByteBuffer& text);
 
     /// Same case and equal payload; doubles as floating-point numbers compare, objects whatever their order
     /// (at a cost that grows with the square of their size when the orders differ).
-    friend bool operator==(const JSONValue& left, const JSONValue& right) noexcept;
+    friend bool operator==(const JSONValue& left, const JSONValue& right);
 
 private:
     template <typename Element>
     struct Node;
+    template <bool>
+    friend class JSONWriter;
 
+    // In text_: the length of a short text, or that it is a long one; and whether it is verbatim JSON.
     static constexpr std::size_t shortTextSize = 14;
-    static constexpr std::uint8_t isLong = 0xFF;
+    static constexpr std::uint8_t isLong = 0x0F;
+    static constexpr std::uint8_t verbatim = 0x10;
+    static constexpr std::uint8_t ofValue =
+        0x20;  // long, and only the value whose text it is lies behind it yet
 
     template <typename Payload>
     void store(Payload payload) noexcept {
@@ -121,29 +150,60 @@ private:
         return *load<Node<Element>*>();
     }
     template <typename Element>
-    void detach();
+    std::span<Element> own();
 
     void swap(JSONValue& other) noexcept {
-        std::swap(payload_, other.payload_);
-        std::swap(textLength_, other.textLength_);
+        payload_ = std::exchange(other.payload_, payload_);  // as a whole: std::swap would go byte by byte
+        std::swap(text_, other.text_);
         std::swap(case_, other.case_);
     }
+    /// Whether there is a node: an empty array or object has none.
     bool isShared() const noexcept {
-        return case_ == Case::array || case_ == Case::object ||
-               (case_ == Case::string && textLength_ == isLong);
+        if (case_ == Case::string) return shortLength() == isLong;
+        return (case_ == Case::array || case_ == Case::object) && load<const void*>() != nullptr;
     }
-    bool isShortText() const noexcept { return case_ == Case::string && textLength_ != isLong; }
-    std::string_view text() const noexcept;
+    bool isShortText() const noexcept { return case_ == Case::string && shortLength() != isLong; }
+    std::size_t shortLength() const noexcept { return text_ & isLong; }
+    bool isTextOfValue() const noexcept { return case_ == Case::string && (text_ & ofValue) != 0; }
+    const JSONValue& valueOfText() const noexcept;
+    std::string_view text() const {
+        if (isShortText()) return {payload_.data(), shortLength()};
+        return longText();
+    }
+    std::string_view longText() const;
+    /// Two overlapping copies of a fixed size instead of a call: keys and short values are most of a message.
+    void storeShortText(std::string_view text) noexcept {
+        char* const to = payload_.data();
+        const char* const from = text.data();
+        const std::size_t size = text.size();
+        text_ |= static_cast<std::uint8_t>(size);
+        if (size >= 8) {
+            std::memcpy(to, from, 8);
+            std::memcpy(to + size - 8, from + size - 8, 8);
+        } else if (size >= 4) {
+            std::memcpy(to, from, 4);
+            std::memcpy(to + size - 4, from + size - 4, 4);
+        } else {
+            for (std::size_t at = 0; at < size; ++at) to[at] = from[at];
+        }
+    }
+    void storeLongText(std::string_view text, NodeArena* arena);
     void release() noexcept;
     void convertNumbers();
-    static bool sameText(const JSONValue& left, const JSONValue& right) noexcept;
+    static bool sameText(const JSONValue& left, const JSONValue& right) {
+        if (!left.isShortText() || !right.isShortText()) return left.text() == right.text();
+        // What is unused in a short text is zero, so that short ones compare as words; most differ in the first.
+        return left.load<std::uint64_t>() == right.load<std::uint64_t>() && left.payload_ == right.payload_ &&
+               left.shortLength() == right.shortLength();
+    }
     static std::size_t dropSuperseded(std::span<JSONValue> keysAndValues);
 
     // Sixteen bytes in all, because building and freeing the tree is most of the cost of reading: a scalar or
     // a string of up to fourteen bytes lies in the value itself (unused bytes zero, so that short keys
-    // compare as a whole), anything larger in one exact allocation behind it.
-    alignas(8) std::array<char, shortTextSize> payload_{};
-    std::uint8_t textLength_ = 0;
+    // compare as a whole), anything larger in one exact allocation behind it (an empty array or object in none).
+    // Mutable, because the text of a value takes its other form when somebody looks at it.
+    alignas(8) mutable std::array<char, shortTextSize> payload_{};
+    mutable std::uint8_t text_ = 0;
     Case case_ = Case::null;
 };
 

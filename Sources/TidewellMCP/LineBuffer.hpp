@@ -5,10 +5,11 @@
 // Memory     as much as the longest line wants (no limit), given back after an unusually long one.
 #pragma once
 
+#include "ByteBuffer.hpp"
+
 #include <cstddef>
 #include <cstring>
 #include <optional>
-#include <string>
 #include <string_view>
 
 namespace tidewell {
@@ -30,13 +31,14 @@ public:
     /// The next complete line without its line feed (byte 10), or nothing until more bytes arrive. The view
     /// lives until the next append().
     std::optional<std::string_view> nextLine() noexcept {
+        if (scanned_ == bytes_.size()) return std::nullopt;
         const void* const found = std::memchr(bytes_.data() + scanned_, '\n', bytes_.size() - scanned_);
         if (found == nullptr) {
             scanned_ = bytes_.size();
             return std::nullopt;
         }
         const auto end = static_cast<std::size_t>(static_cast<const char*>(found) - bytes_.data());
-        const auto line = std::string_view(bytes_).substr(lineStart_, end - lineStart_);
+        const auto line = bytes_.view().substr(lineStart_, end - lineStart_);
         lineStart_ = scanned_ = end + 1;
         return line;
     }
@@ -56,13 +58,13 @@ private:
 
     void forgetLines() {
         if (lineStart_ == 0) return;
-        bytes_.erase(0, lineStart_);
+        bytes_.dropFront(lineStart_);
         scanned_ -= lineStart_;
         lineStart_ = 0;
-        if (bytes_.capacity() > keptCapacity && bytes_.size() < keptCapacity) bytes_.shrink_to_fit();
+        if (bytes_.capacity() > keptCapacity && bytes_.size() < keptCapacity) bytes_.shrink();
     }
 
-    std::string bytes_;
+    ByteBuffer bytes_;
     std::size_t lineStart_ = 0;  // lines before it were handed out
     std::size_t scanned_ = 0;    // no line feed in [lineStart_, scanned_)
     bool dropping_ = false;      // until the next line feed

@@ -63,6 +63,10 @@ ssize_t sendBytes(int socket, std::string_view bytes) {
     return ::send(socket, bytes.data(), bytes.size(), 0);
 }
 
+// Both are what this system does by itself.
+void configureMemory() noexcept {}
+void preferLargePages(void*, std::size_t) noexcept {}
+
 bool fillRandom(std::span<unsigned char> bytes) { return ::getentropy(bytes.data(), bytes.size()) == 0; }
 
 }  // namespace tidewell::Platform

@@ -1,11 +1,14 @@
 #include "Platform.hpp"
 
+#include <malloc.h>
 #include <pwd.h>
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -46,6 +49,28 @@ int openStreamSocket() { return ::socket(AF_UNIX, SOCK_STREAM, 0); }
 
 ssize_t sendBytes(int socket, std::string_view bytes) {
     return ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+}
+
+void configureMemory() noexcept {
+#ifdef __GLIBC__
+    // The two threads take turns, so that a second arena would only take memory.
+    ::mallopt(M_ARENA_MAX, 1);
+    // Left alone, malloc keeps what a large reply took for the next one, which may come in a week.
+    constexpr int largeBlock = 1 << 20;
+    ::mallopt(M_MMAP_THRESHOLD, largeBlock);
+    ::mallopt(M_TRIM_THRESHOLD, largeBlock);
+#endif
+}
+
+void preferLargePages(void* block, std::size_t size) noexcept {
+    constexpr std::size_t largePage = std::size_t{2} << 20;
+    if (size < largePage) return;
+    const auto pageSize = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    const auto start = reinterpret_cast<std::uintptr_t>(block);
+    // Outward to whole pages: a rest left out would be a mapping of its own, and realloc() could not move both.
+    const std::uintptr_t first = start / pageSize * pageSize;
+    const std::uintptr_t end = (start + size + pageSize - 1) / pageSize * pageSize;
+    ::madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);  // a wish: nothing hangs on it
 }
 
 bool fillRandom(std::span<unsigned char> bytes) { return ::getentropy(bytes.data(), bytes.size()) == 0; }

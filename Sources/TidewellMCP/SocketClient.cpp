@@ -1,10 +1,10 @@
 #include "SocketClient.hpp"
 
+#include "ByteBuffer.hpp"
 #include "LineBuffer.hpp"
 #include "MCPError.hpp"
 #include "Platform.hpp"
 #include "UTF8.hpp"
-#include "Worker.hpp"
 
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -62,11 +62,6 @@ std::optional<std::string_view> readLine(int socket, LineBuffer& received) {
     }
 }
 
-Worker& exchangeWorker() {
-    static Worker worker;
-    return worker;
-}
-
 }  // namespace
 
 std::string socketPathDefault() {
@@ -80,28 +75,30 @@ SocketClient::SocketClient(std::string socketPath) : socketPath_(std::move(socke
 JSONValue SocketClient::forward(std::string_view tool, JSONValue args) const {
     const JSONValue envelope =
         JSONValue::object({{"tool", tool}, {"args", std::move(args)}, {"requestId", randomUUID()}});
-    std::optional<JSONValue> reply;
-    exchangeWorker().run([&] { reply = send(envelope); });
-    return std::move(*reply);
+    ByteBuffer request;
+    envelope.writeJSON(request);
+    request.append('\n');
+    LineBuffer received;
+    return JSONValue::decode(exchange(request.view(), received));
 }
 
-JSONValue SocketClient::send(const JSONValue& envelope) const {
+/// Writes the request line and returns the reply line, which lies in `received`.
+std::string_view SocketClient::exchange(std::string_view request, LineBuffer& received) const {
     const Descriptor socket = connectOnce();
     if (!socket.isOpen()) {
         // The path is whatever bytes the environment held; a reply has to be UTF-8.
         throw MCPError::appNotRunning("could not connect to tidewell-agent.sock at " +
                                       repairedUTF8(socketPath_) + " — is Tidewell running?");
     }
-    if (const auto failure = writeAll(socket.get(), envelope.jsonString() + '\n')) {
+    if (const auto failure = writeAll(socket.get(), request)) {
         throw MCPError::appNotRunning("socket write failed: errno=" + std::to_string(*failure));
     }
-    LineBuffer received;
     const auto line = readLine(socket.get(), received);
     if (!line) {
         throw MCPError::appNotRunning("no response from Tidewell within " +
                                       std::to_string(socketTimeoutSeconds) + "s (app busy or stalled)");
     }
-    return JSONValue::decode(*line);
+    return *line;
 }
 
 /// A connection with both time limits set, or a closed descriptor on any failure. One attempt, no waiting.

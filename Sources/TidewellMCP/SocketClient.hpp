@@ -7,8 +7,8 @@
 // Units      sizes in bytes, time limits in seconds, all text UTF-8.
 // Errors     forward() throws MCPError (appNotRunning, internalError); a reply that is not JSON throws the
 //            reader's own JSONError, so that callers can tell "absent" from "garbled".
-// Threads    immutable after construction; one exchange at a time. The blocking calls are made on a worker
-//            thread while the caller waits.
+// Threads    immutable after construction; one exchange at a time. forward() blocks its caller, so the bridge
+//            calls it on its worker thread.
 // Owns       no descriptor between calls: each exchange opens and closes its own.
 #pragma once
 
@@ -27,6 +27,8 @@ inline constexpr int socketTimeoutSeconds = 120;
 /// fixed place below the user's home directory.
 std::string socketPathDefault();
 
+class LineBuffer;
+
 class SocketClient {
 public:
     /// Opens nothing yet.
@@ -36,7 +38,7 @@ public:
     JSONValue forward(std::string_view tool, JSONValue args) const;
 
 private:
-    JSONValue send(const JSONValue& envelope) const;
+    std::string_view exchange(std::string_view request, LineBuffer& received) const;
     Descriptor connectOnce() const;
 
     std::string socketPath_;

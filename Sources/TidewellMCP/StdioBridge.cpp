@@ -1,9 +1,11 @@
 #include "StdioBridge.hpp"
 
+#include "ByteBuffer.hpp"
 #include "Catalog.hpp"
 #include "JSONReader.hpp"
 #include "LineBuffer.hpp"
 #include "MCPError.hpp"
+#include "Worker.hpp"
 
 #include <poll.h>
 
@@ -28,28 +30,56 @@ constexpr std::int64_t unclassifiedError = -32603;
 /// Whether a method is carried out for a message that will not be answered.
 enum class WithoutId : std::uint8_t { skipped, run };
 
+/// Where a method is carried out: what talks to the host app blocks, so that is done on the worker, the reply
+/// included. Waking this thread first would put one more change of threads between a reply and the client.
+enum class Place : std::uint8_t { here, worker };
+
+Worker& exchangeWorker() {
+    static Worker worker;
+    return worker;
+}
+
+/// A buffer that is kept for the next line, unless the last one was unusually large.
+ByteBuffer& emptyLine() {
+    constexpr std::size_t keptCapacity = 1 << 20;
+    thread_local ByteBuffer line;
+    if (line.capacity() > keptCapacity) line = {};
+    line.clear();
+    return line;
+}
+
 bool waitUntilWritable(int descriptor) {
     pollfd wanted{.fd = descriptor, .events = POLLOUT, .revents = 0};
     return ::poll(&wanted, 1, -1) >= 0 || errno == EINTR;
 }
 
-}  // namespace
-
-void emitLine(const JSONValue& value, int output) {
-    const std::string line = value.jsonString() + '\n';
-    std::string_view rest = line;
+void writeLine(ByteBuffer& line, int output) {
+    line.append('\n');
+    std::string_view rest = line.view();
     while (!rest.empty()) {
         const ssize_t count = ::write(output, rest.data(), rest.size());
         if (count > 0) {
             rest.remove_prefix(static_cast<std::size_t>(count));
-        } else if (count == 0) {
-            return;  // no error to wait for, no progress to hope for
-        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-            if (!waitUntilWritable(output)) return;
-        } else if (errno != EINTR) {
-            return;
+            continue;
         }
+        if (count == 0) return;  // no error to wait for, no progress to hope for
+        if (errno == EINTR) continue;
+        if ((errno != EAGAIN && errno != EWOULDBLOCK) || !waitUntilWritable(output)) return;
     }
+}
+
+}  // namespace
+
+void emitLine(const JSONValue& value, int output) {
+    ByteBuffer& line = emptyLine();
+    value.writeJSON(line);
+    writeLine(line, output);
+}
+
+void emitLine(std::initializer_list<JSONValue::Member> members, int output) {
+    ByteBuffer& line = emptyLine();
+    JSONValue::writeJSON(members, line);
+    writeLine(line, output);
 }
 
 /// One method, one row. A handler of none: the method is known, does nothing and is never answered.
@@ -57,6 +87,7 @@ struct StdioBridge::MethodRow {
     std::string_view name;
     JSONValue (*handler)(const StdioBridge& bridge, const JSONValue& params);
     WithoutId withoutId;
+    Place place = Place::here;
 };
 
 const StdioBridge::MethodRow* StdioBridge::findMethod(std::string_view name) noexcept {
@@ -75,8 +106,8 @@ const StdioBridge::MethodRow* StdioBridge::findMethod(std::string_view name) noe
         {"resources/list",            [](Bridge, Params) { return JSONValue::object({{"resources", Catalog::resources()}}); },         WithoutId::skipped},
         {"resources/templates/list",  [](Bridge, Params) { return JSONValue::object({{"resourceTemplates", JSONValue::array({})}}); }, WithoutId::skipped},
         {"prompts/list",              [](Bridge, Params) { return JSONValue::object({{"prompts", Catalog::prompts()}}); },             WithoutId::skipped},
-        {"tools/call",                [](Bridge bridge, Params params) { return bridge.handleToolCall(params); },                      WithoutId::run},  // its side effects still happen
-        {"resources/read",            [](Bridge bridge, Params params) { return bridge.handleResourceRead(params); },                  WithoutId::run},
+        {"tools/call",                [](Bridge bridge, Params params) { return bridge.handleToolCall(params); },                      WithoutId::run, Place::worker},  // its side effects still happen
+        {"resources/read",            [](Bridge bridge, Params params) { return bridge.handleResourceRead(params); },                  WithoutId::run, Place::worker},
         {"prompts/get",               [](Bridge bridge, Params params) { return bridge.handlePromptGet(params); },                     WithoutId::run},
         {"shutdown",                  [](Bridge, Params) { return JSONValue(); },                                                      WithoutId::skipped},  // only "exit" and the end of input end the process
         {"exit",                      endProcess,                                                                                      WithoutId::run},
@@ -140,25 +171,33 @@ void StdioBridge::handleMessage(JSONValue message) const {
     }
     if (row->handler == nullptr || (isNotification && row->withoutId == WithoutId::skipped)) return;
 
-    try {
-        JSONValue result = row->handler(*this, params);
-        if (!isNotification) writeResult(id, std::move(result));
-    } catch (const MCPError& error) {
-        if (!isNotification) writeError(id, error.code(), error.message());
-    } catch (const std::exception& error) {
-        if (!isNotification) writeInternalError(id, error);
+    const auto answer = [&] {
+        try {
+            JSONValue result = row->handler(*this, params);
+            if (!isNotification) writeResult(id, std::move(result));
+        } catch (const MCPError& error) {
+            if (!isNotification) writeError(id, error.code(), error.message());
+        } catch (const std::exception& error) {
+            if (!isNotification) writeInternalError(id, error);
+        }
+    };
+    if (row->place == Place::worker) {
+        exchangeWorker().run(answer);
+    } else {
+        answer();
     }
 }
 
 void StdioBridge::writeResult(const JSONValue* id, JSONValue result) const {
-    emitLine(JSONValue::object({{"jsonrpc", "2.0"}, {"id", idToJSON(id)}, {"result", std::move(result)}}),
-             output_);
+    // Made once: in a ping these words would be a tenth of the work.
+    static const std::array<JSONValue, 4> words = {"jsonrpc", "2.0", "id", "result"};
+    emitLine({{words[0], words[1]}, {words[2], idToJSON(id)}, {words[3], std::move(result)}}, output_);
 }
 
 void StdioBridge::writeError(const JSONValue* id, std::int64_t code, std::string_view message) const {
-    emitLine(JSONValue::object({{"jsonrpc", "2.0"},
-                                {"id", idToJSON(id)},
-                                {"error", JSONValue::object({{"code", code}, {"message", message}})}}),
+    emitLine({{"jsonrpc", "2.0"},
+              {"id", idToJSON(id)},
+              {"error", JSONValue::object({{"code", code}, {"message", message}})}},
              output_);
 }
 

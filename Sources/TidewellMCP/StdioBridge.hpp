@@ -17,6 +17,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,6 +31,8 @@ inline constexpr std::string_view protocolVersion = "2025-11-25";
 /// pipe only means waiting, so that no line is ever cut. A real error drops the rest, unreported. The one way
 /// in which a protocol message leaves the process.
 void emitLine(const JSONValue& value, int output = STDOUT_FILENO);
+/// The same for the object with these members, whose keys differ, without making it first.
+void emitLine(std::initializer_list<JSONValue::Member> members, int output = STDOUT_FILENO);
 
 class StdioBridge {
 public:

@@ -10,9 +10,9 @@
 
 namespace tidewell {
 
-/// Carries out one job at a time for one caller at a time. The hand-off is one atomic word that both sides
-/// wait on: of the simple means the cheapest (Documentation/Design.md has the figures). Destroyed only while
-/// idle.
+/// Carries out one job at a time for one caller at a time. The hand-off is a state under a mutex, told by a
+/// condition variable: of the simple means the one that stays quick on a busy machine (Documentation/Design.md
+/// has the figures). Destroyed only while idle.
 class Worker {
 public:
     Worker() = default;

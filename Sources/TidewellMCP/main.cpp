@@ -1,5 +1,6 @@
 // main.cpp: arguments, the two switches, wiring; nothing else.
 #include "Catalog.hpp"
+#include "Platform.hpp"
 #include "SocketClient.hpp"
 #include "StdioBridge.hpp"
 
@@ -36,6 +37,7 @@ void printSelfTest() {
 }  // namespace
 
 int main(int argumentCount, char* arguments[]) {
+    Platform::configureMemory();
     std::set_terminate(std::abort);  // the standard one writes to standard error, which is never used here
     const std::span args(arguments + std::min(argumentCount, 1), arguments + argumentCount);
     const auto given = [&](std::string_view wanted) {

@@ -181,10 +181,25 @@ int __wrap_open(const char* path, int flags, ...) {
     return remember(state().files, made(Call::open, [&] { return __real_open(path, flags); }));
 }
 
+int __real_madvise(void*, size_t, int);
+int __wrap_madvise(void* start, size_t size, int advice) {
+    return made(Call::madvise, [&] { return __real_madvise(start, size, advice); });
+}
+
+// Buffers and arenas ask the C library; the rest of the C++ side comes through operator new below.
+void* __real_malloc(size_t);
+void* __wrap_malloc(size_t size) {
+    return size < tidewell::test::refusedSize ? __real_malloc(size) : nullptr;
+}
+
+void* __real_realloc(void*, size_t);
+void* __wrap_realloc(void* memory, size_t size) {
+    return size < tidewell::test::refusedSize ? __real_realloc(memory, size) : nullptr;
+}
+
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
-// All of the C++ side's memory comes through here.
 void* operator new(std::size_t size) {
     if (size < tidewell::test::refusedSize) {
         if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;

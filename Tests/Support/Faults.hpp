@@ -27,6 +27,7 @@ enum class Call {
     readlink,
     open,
     readFile,
+    madvise,
     none,
 };
 
