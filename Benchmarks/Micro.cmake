@@ -1,0 +1,7 @@
+# What a request passes through, part by part. The parts are compiled as they ship. Google Benchmark is a shared
+# library on most systems, so the library is linked as a file here, without its wish for a static program.
+add_executable(Micro MicroExchange.cpp MicroJSON.cpp MicroLines.cpp)
+add_dependencies(Micro TidewellCore)
+target_include_directories(Micro PRIVATE $<TARGET_PROPERTY:TidewellCore,INTERFACE_INCLUDE_DIRECTORIES>)
+target_link_libraries(Micro PRIVATE
+    $<TARGET_FILE:TidewellCore> benchmark::benchmark_main Threads::Threads TidewellWarnings)
