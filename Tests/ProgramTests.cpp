@@ -12,6 +12,7 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -178,6 +179,60 @@ TEST(Program, SignalsEndItAtOnceAlsoInTheMiddleOfACall) {
         while (host.received().empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
         ::kill(process.id(), signal);
         EXPECT_EQ(process.wait(5), -signal);
+    }
+}
+
+TEST(Program, AClientThatDiesInTheMiddleOfACallIsNoticedWhenTheExchangeEnds) {
+    std::promise<void> clientIsGone;
+    ScriptedHost host;
+    host.then([gone = clientIsGone.get_future().share()](const HostConnection& connection) {
+        connection.readEnvelope();
+        gone.wait();
+        connection.write("{\"ok\":true}\n");
+    });
+    Process process(options({}, host.socketPath()));
+    process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+    while (host.connections() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    process.closeInput();
+    process.closeOutput();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_TRUE(process.isRunning());
+    clientIsGone.set_value();
+    EXPECT_EQ(process.wait(), -SIGPIPE);
+}
+
+TEST(Program, AClientThatClosesItsInputInTheMiddleOfACallStillGetsTheReply) {
+    ScriptedHost host;
+    host.repliesSlowly("{\"ok\":true}", 10);
+    Process process(options({}, host.socketPath()));
+    process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+    process.closeInput();
+    EXPECT_EQ(json::parse(process.readLine().value_or("{}"))["result"]["isError"], false);
+    EXPECT_EQ(process.wait(), 0);
+}
+
+TEST(Program, NothingIsLeftBehindHoweverItEnds) {
+    TemporaryFolder home;
+    for (const int signal : {0, SIGTERM, SIGKILL}) {
+        ScriptedHost host;
+        host.replies("{\"ok\":true}").staysSilent();
+        Process::Options homely = options({}, host.socketPath());
+        for (const char* const name : {"HOME", "TMPDIR", "XDG_RUNTIME_DIR", "XDG_CACHE_HOME"})
+            homely.environment[name] = home.path();
+        Process process(homely);
+        process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+        EXPECT_TRUE(process.readLine().has_value());
+        if (signal == 0) {
+            process.closeInput();
+        } else {
+            process.writeLine("{\"id\":2,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+            while (host.received().size() < 2) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            ::kill(process.id(), signal);
+        }
+        EXPECT_EQ(process.wait(5), -signal);
+        EXPECT_TRUE(std::filesystem::is_empty(home.path()));
+        const auto besideTheSocket = std::filesystem::path(host.socketPath()).parent_path();
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(besideTheSocket), {}), 1);
     }
 }
 

@@ -170,10 +170,6 @@ private:
     static Process::Options optionsFor(const std::string& socketPath) {
         Process::Options options;
         options.environment = environmentFor(socketPath);
-        // After a message of megabytes malloc keeps as much for the next one, unless it is told a fixed
-        // limit. What it keeps would hide what the program holds.
-        options.environment["GLIBC_TUNABLES"] =
-            "glibc.malloc.mmap_threshold=131072:glibc.malloc.trim_threshold=131072";
         return options;
     }
 
