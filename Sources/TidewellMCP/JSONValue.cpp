@@ -98,9 +98,12 @@ std::size_t JSONValue::dropSuperseded(std::span<JSONValue> keysAndValues) {
 
     std::vector<bool> superseded;
     if (count <= pairwiseLimit) {
+        // Nearly all keys differ in their first eight bytes, and these are compared at a glance.
+        std::array<std::uint64_t, pairwiseLimit> firstWords;
+        for (std::size_t at = 0; at < count; ++at) firstWords[at] = key(at).firstWord();
         for (std::size_t early = 0; early < count; ++early) {
             for (std::size_t late = early + 1; late < count; ++late) {
-                if (!sameText(key(early), key(late))) continue;
+                if (firstWords[early] != firstWords[late] || !sameText(key(early), key(late))) continue;
                 superseded.resize(count);
                 superseded[early] = true;
                 break;
@@ -131,6 +134,15 @@ std::size_t JSONValue::dropSuperseded(std::span<JSONValue> keysAndValues) {
         ++kept;
     }
     return kept;
+}
+
+/// The first eight bytes of a string, zeros behind a shorter one.
+std::uint64_t JSONValue::firstWord() const {
+    if (isShortText()) return load<std::uint64_t>();
+    std::uint64_t word = 0;
+    const std::string_view start = text().substr(0, sizeof word);
+    std::memcpy(&word, start.data(), start.size());
+    return word;
 }
 
 JSONValue JSONValue::textOf(JSONValue value) {

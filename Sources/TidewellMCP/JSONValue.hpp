@@ -190,6 +190,7 @@ private:
     void storeLongText(std::string_view text, NodeArena* arena);
     void release() noexcept;
     void convertNumbers();
+    std::uint64_t firstWord() const;
     static bool sameText(const JSONValue& left, const JSONValue& right) {
         if (!left.isShortText() || !right.isShortText()) return left.text() == right.text();
         // What is unused in a short text is zero, so that short ones compare as words; most differ in the first.
