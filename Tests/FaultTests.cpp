@@ -1,5 +1,6 @@
 // FaultTests.cpp: every system call that the program makes fails, each way it can. Whatever happens, the outcome
 // is the defined one, the next request works, and nothing is left behind.
+#include "ByteBuffer.hpp"
 #include "StdioBridge.hpp"
 
 #include "Support/Faults.hpp"
@@ -266,6 +267,30 @@ TEST(MemoryFaults, ALineThatCannotBeHeldIsAnsweredAndTheNextOneCounts) {
         replies[0],
         R"({"jsonrpc":"2.0","id":null,"error":{"code":-32603,"message":"Internal error: std::bad_alloc"}})");
     EXPECT_EQ(replies[1], pingReply);
+}
+
+TEST(MemoryFaults, ABufferTakesNoMoreThanItNeedsWhereThereIsLittle) {
+    ByteBuffer buffer;
+    buffer.append(std::string(1'500'000, 'x'));
+    const LittleMemory little(3'000'000);
+    buffer.append(std::string(1'000'000, 'y'));  // growing as usual would ask for six
+    EXPECT_EQ(buffer.view().substr(1'499'999, 2), "xy");
+    EXPECT_THROW(buffer.room(1'000'000), std::bad_alloc);
+    EXPECT_EQ(buffer.size(), 2'500'000U);
+}
+
+TEST(MemoryFaults, WhatFollowsALineThatCannotBeHeldCountsAlsoInTheSamePiece) {
+    // The line ends just past a step in which the buffer grows, so that its end and what follows arrive in the piece
+    // that finds no memory.
+    const std::string line = R"({"id":1,"method":"ping","padding":")" + std::string(1'049'500, 'x') + "\"}";
+    Client client("/nonexistent/host.sock");
+    client.memoryLimit = (1 << 20) + 1;
+    const auto replies = client.converse({line, ping, ping, ping}, Call::none, {});
+    ASSERT_EQ(replies.size(), 4U);
+    EXPECT_EQ(
+        replies[0],
+        R"({"jsonrpc":"2.0","id":null,"error":{"code":-32603,"message":"Internal error: std::bad_alloc"}})");
+    for (std::size_t at = 1; at < 4; ++at) EXPECT_EQ(replies[at], pingReply);
 }
 
 TEST(MemoryFaults, ALineWhoseValuesCannotBeHeldIsAnsweredAndTheNextOneCounts) {

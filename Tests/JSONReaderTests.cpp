@@ -143,6 +143,26 @@ TEST(JSONReader, NestingIsAcceptedAtTheLimitAndRefusedOnePastIt) {
         << "an empty one counts too";
 }
 
+TEST(JSONReader, ATreeOfAnySizeStaysInsideItsMemory) {
+    // Small nodes only, up to sizes at which their blocks are made of large pages; a sanitizer sees the rest.
+    for (std::size_t size = 1000; size < 9'000'000; size = size * 5 / 3 + 3333) {
+        std::string text = "[[7]";
+        while (text.size() < size) text += ",[7]";
+        text += "]";
+        EXPECT_TRUE(readJSON(text).jsonString() == text) << size;
+    }
+}
+
+TEST(JSONReader, AnExponentCountsInFullHoweverManyDigitsStandBeforeIt) {
+    const std::string zeros(2'000'000, '0');
+    EXPECT_EQ(readJSON("1" + zeros + "e-20000000").integer(), 0);
+    EXPECT_EQ(readJSON("1" + zeros + "e-2000000").integer(), 1);
+    EXPECT_EQ(readJSON("0." + zeros + "1e2000001").integer(), 1);
+    EXPECT_THROW(readJSON("0." + zeros + "1e20000000"), JSONError);
+    EXPECT_THROW(readJSON("1e99999999999999999999"), JSONError);
+    EXPECT_EQ(readJSON("1e-99999999999999999999").integer(), 0);
+}
+
 TEST(JSONReader, FiveMillionBracketsAreRefused) {
     EXPECT_THROW(readJSON(std::string(5'000'000, '[')), JSONError);
     EXPECT_THROW(readJSON(std::string(5'000'000, '{')), JSONError);

@@ -21,6 +21,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <fstream>
 #include <functional>
 #include <mutex>
@@ -221,6 +222,38 @@ INSTANTIATE_TEST_SUITE_P(
                    Message{R"({"ok":true})"}, false, toolResult("{}", false), 3}),
     // clang-format on
     nameOf);
+
+// What is left when a large message has gone.
+
+double residentBytesOf(pid_t process) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    double kibibytes = 0;
+    for (std::string word; status >> word;) {
+        if (word == "VmRSS:") status >> kibibytes;
+    }
+    return kibibytes * 1024;
+}
+
+TEST(Size, TheMemoryOfALargeMessageIsGivenBackBeforeTheNextOne) {
+    if (TIDEWELL_SANITIZED) GTEST_SKIP() << "a sanitizer keeps what is freed";
+    const std::string large(32'000'000, padding);
+    ScriptedHost host;
+    host.replies(R"({"ok":true,"result":")" + large + "\"}").replies("{\"ok\":true}");
+    Process::Options options;
+    options.environment = environmentFor(host.socketPath());
+    Process process(options);
+    process.writeLine(toolCall);
+    ASSERT_TRUE(process.readLine().has_value());
+    process.writeLine(R"({"id":2,"method":"ping"})");
+    ASSERT_TRUE(process.readLine().has_value());
+    EXPECT_LE(residentBytesOf(process.id()), 2 * programBytes);
+    process.writeLine(R"({"id":3,"method":"tools/call","params":{"name":"x","arguments":")" + large + "\"}}");
+    ASSERT_TRUE(process.readLine().has_value());
+    // The reply is out before the line has gone; a moment later the program waits for the next.
+    for (int wait = 0; wait < 1000 && residentBytesOf(process.id()) > 2 * programBytes; ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_LE(residentBytesOf(process.id()), 2 * programBytes);
+}
 
 // Brackets.
 

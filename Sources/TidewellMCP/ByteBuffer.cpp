@@ -22,8 +22,12 @@ void ByteBuffer::grow(std::size_t more) {
     if (more > PTRDIFF_MAX - size_) throw std::bad_alloc();
     // What is not written is not resident either, so that large content may grow in large steps.
     const std::size_t factor = capacity_ < largeCapacity ? 2 : 4;
-    const std::size_t wanted = std::max({leastCapacity, capacity_ * factor, size_ + more});
-    void* const grown = std::realloc(bytes_, wanted);
+    std::size_t wanted = std::max({leastCapacity, capacity_ * factor, size_ + more});
+    void* grown = std::realloc(bytes_, wanted);
+    if (grown == nullptr) {
+        wanted = size_ + more;  // where memory is short, no more than there has to be
+        grown = std::realloc(bytes_, wanted);
+    }
     if (grown == nullptr) throw std::bad_alloc();
     Platform::preferLargePages(grown, wanted);
     bytes_ = static_cast<char*>(grown);

@@ -29,7 +29,7 @@ public:
     std::size_t size() const noexcept { return size_; }
     std::size_t capacity() const noexcept { return capacity_; }
 
-    /// Where at least `more` bytes may be written behind the content; they count from resizeTo() on. Ends
+    /// Where at least `more` bytes may be written behind the content; they count from endAt() on. Ends
     /// earlier pointers and views.
     char* room(std::size_t more) {
         if (capacity_ - size_ < more) grow(more);

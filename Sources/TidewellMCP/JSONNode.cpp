@@ -21,7 +21,9 @@ struct NodeArena::Block {
 // Twice the text is about what trees take: a number of two characters is a value of sixteen bytes, a long string is
 // its text. For a handful of nodes blocks are not worth their while.
 NodeArena::NodeArena(std::size_t textBytes) noexcept
-    : blockSize_(textBytes < 1024 ? 0 : std::min(textBytes * 2, std::size_t{32} << 20)) {}
+    : blockSize_(textBytes < 1024 ? 0 : std::min(textBytes * 2, std::size_t{32} << 20)) {
+    if (blockSize_ > largePage) blockSize_ -= blockSize_ % largePage;  // whole pages, and no byte beyond them
+}
 
 NodeArena::Place NodeArena::allocate(NodeArena* arena, std::size_t bytes) {
     if (arena == nullptr || bytes > arena->blockSize_ / 4) return {::operator new(bytes), 0};
@@ -34,16 +36,14 @@ NodeArena::Place NodeArena::allocate(NodeArena* arena, std::size_t bytes) {
     return {memory, steps};
 }
 
-void NodeArena::free(Place place) noexcept {
+void NodeArena::giveBack(Place place) noexcept {
     if (place.steps == 0) return ::operator delete(place.memory);
     reinterpret_cast<Block*>(static_cast<char*>(place.memory) - place.steps * step)->release(1);
 }
 
 void NodeArena::enterBlock() {
-    constexpr std::size_t largePage = std::size_t{2} << 20;
-    const std::size_t largePages = blockSize_ / largePage;
     void* const memory =
-        largePages == 0 ? std::malloc(blockSize_) : std::aligned_alloc(largePage, largePages * largePage);
+        blockSize_ < largePage ? std::malloc(blockSize_) : std::aligned_alloc(largePage, blockSize_);
     if (memory == nullptr) throw std::bad_alloc();
     Platform::preferLargePages(memory, blockSize_);
     leaveBlock();

@@ -31,10 +31,11 @@ public:
 
     /// Throws std::bad_alloc. `arena` may be null: then the node gets memory of its own.
     static Place allocate(NodeArena* arena, std::size_t bytes);
-    static void free(Place place) noexcept;
+    static void giveBack(Place place) noexcept;
 
 private:
     static constexpr std::size_t step = 16;
+    static constexpr std::size_t largePage = std::size_t{2} << 20;
     struct Block;
 
     void enterBlock();
@@ -74,7 +75,7 @@ struct alignas(16) JSONValue::Node {
                           owners.fetch_sub(1, std::memory_order_acq_rel) == 1;
         if (!last) return;
         std::destroy_n(elements(), count);
-        NodeArena::free({this, steps});
+        NodeArena::giveBack({this, steps});
     }
 };
 

@@ -272,7 +272,7 @@ private:
     }
 
     std::int64_t readExponent() {
-        constexpr std::int64_t cap = 1'000'000;  // far beyond any double, far from overflow
+        constexpr std::int64_t cap = 1'000'000'000'000'000;  // longer than any text, far from overflow
         ++at_;
         const bool isNegative = peek() == '-';
         if (isNegative || *at_ == '+') ++at_;

@@ -21,11 +21,11 @@ void JSONValue::storeLongText(std::string_view text, NodeArena* arena) {
     std::copy(text.begin(), text.end(), node->elements());
     node->count = text.size();
     store(node);
-    text_ |= isLong;
+    textForm_ |= isLong;
 }
 
 JSONValue::JSONValue(const JSONValue& other) noexcept
-    : payload_(other.payload_), text_(other.text_), case_(other.case_) {
+    : payload_(other.payload_), textForm_(other.textForm_), case_(other.case_) {
     if (!isShared()) return;
     if (isTextOfValue()) {
         node<JSONValue>().retain();
@@ -148,7 +148,7 @@ std::uint64_t JSONValue::firstWord() const {
 JSONValue JSONValue::textOf(JSONValue value) {
     JSONValue result = array(std::span(&value, 1));
     result.case_ = Case::string;
-    result.text_ = isLong | ofValue;
+    result.textForm_ = isLong | ofValue;
     return result;
 }
 
@@ -225,7 +225,7 @@ std::string_view JSONValue::longText() const {
     if (isTextOfValue()) {
         JSONValue made = valueOfText().jsonString();
         std::swap(payload_, made.payload_);  // the same string, in its other form
-        std::swap(text_, made.text_);
+        std::swap(textForm_, made.textForm_);
         return text();
     }
     return {node<char>().elements(), node<char>().count};
@@ -241,7 +241,7 @@ std::span<const JSONValue::Member> JSONValue::members() const noexcept {
     return {node<Member>().elements(), node<Member>().count};
 }
 
-const JSONValue* JSONValue::find(std::string_view key) const noexcept {
+const JSONValue* JSONValue::find(std::string_view key) const {
     for (const Member& member : members()) {
         if (member.key.text() == key) return &member.value;
     }

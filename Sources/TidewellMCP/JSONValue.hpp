@@ -4,7 +4,8 @@
 // Text       all text is UTF-8. The way in is decode() or readJSON() (JSONReader.hpp), the way out jsonString().
 // Copies     are independent values and cheap: what lies behind a long string, an array or an object is never
 //            changed while two values refer to it, so that it can be shared unseen.
-// Threads    different values may be used on different threads at once, also when one is a copy of the other.
+// Threads    different values may be used on different threads at once, also when one is a copy of the other; but
+//            what holds a textOf() on one thread at a time, copies included.
 // Nesting    a value read from text is at most `maximumNesting` deep; the operations here recurse that far.
 #pragma once
 
@@ -50,7 +51,7 @@ public:
     /// `isVerbatim`: between quotes these bytes are JSON as they are, well-formed UTF-8 without anything to
     /// escape. Where memory comes from an arena, here and below, is up to whoever builds a large tree.
     explicit JSONValue(std::string_view text, bool isVerbatim, NodeArena* arena)
-        : text_(isVerbatim ? verbatim : 0), case_(Case::string) {
+        : textForm_(isVerbatim ? verbatim : 0), case_(Case::string) {
         if (text.size() <= shortTextSize) {
             storeShortText(text);
         } else {
@@ -60,7 +61,9 @@ public:
 
     JSONValue(const JSONValue& other) noexcept;
     JSONValue(JSONValue&& other) noexcept
-        : payload_(other.payload_), text_(other.text_), case_(std::exchange(other.case_, Case::null)) {}
+        : payload_(other.payload_),
+          textForm_(other.textForm_),
+          case_(std::exchange(other.case_, Case::null)) {}
     JSONValue& operator=(JSONValue other) noexcept {
         swap(other);
         return *this;
@@ -104,7 +107,7 @@ public:
     std::span<const JSONValue> elements() const noexcept;  ///< empty unless an array
     std::span<const Member> members() const noexcept;      ///< empty unless an object; keys are unique
     /// The value under `key`, or null when this is no object or has no such member. Owned by this value.
-    const JSONValue* find(std::string_view key) const noexcept;
+    const JSONValue* find(std::string_view key) const;
 
     /// Moves the value under `key` out and leaves null in its place; nothing when there is no such member.
     std::optional<JSONValue> take(std::string_view key);
@@ -128,7 +131,7 @@ private:
     template <bool>
     friend class JSONWriter;
 
-    // In text_: the length of a short text, or that it is a long one; and whether it is verbatim JSON.
+    // In textForm_: the length of a short text, or that it is a long one; and whether it is verbatim JSON.
     static constexpr std::size_t shortTextSize = 14;
     static constexpr std::uint8_t isLong = 0x0F;
     static constexpr std::uint8_t verbatim = 0x10;
@@ -154,7 +157,7 @@ private:
 
     void swap(JSONValue& other) noexcept {
         payload_ = std::exchange(other.payload_, payload_);  // as a whole: std::swap would go byte by byte
-        std::swap(text_, other.text_);
+        std::swap(textForm_, other.textForm_);
         std::swap(case_, other.case_);
     }
     /// Whether there is a node: an empty array or object has none.
@@ -163,8 +166,8 @@ private:
         return (case_ == Case::array || case_ == Case::object) && load<const void*>() != nullptr;
     }
     bool isShortText() const noexcept { return case_ == Case::string && shortLength() != isLong; }
-    std::size_t shortLength() const noexcept { return text_ & isLong; }
-    bool isTextOfValue() const noexcept { return case_ == Case::string && (text_ & ofValue) != 0; }
+    std::size_t shortLength() const noexcept { return textForm_ & isLong; }
+    bool isTextOfValue() const noexcept { return case_ == Case::string && (textForm_ & ofValue) != 0; }
     const JSONValue& valueOfText() const noexcept;
     std::string_view text() const {
         if (isShortText()) return {payload_.data(), shortLength()};
@@ -176,7 +179,7 @@ private:
         char* const to = payload_.data();
         const char* const from = text.data();
         const std::size_t size = text.size();
-        text_ |= static_cast<std::uint8_t>(size);
+        textForm_ |= static_cast<std::uint8_t>(size);
         if (size >= 8) {
             std::memcpy(to, from, 8);
             std::memcpy(to + size - 8, from + size - 8, 8);
@@ -204,7 +207,7 @@ private:
     // compare as a whole), anything larger in one exact allocation behind it (an empty array or object in none).
     // Mutable, because the text of a value takes its other form when somebody looks at it.
     alignas(8) mutable std::array<char, shortTextSize> payload_{};
-    mutable std::uint8_t text_ = 0;
+    mutable std::uint8_t textForm_ = 0;
     Case case_ = Case::null;
 };
 

@@ -53,10 +53,11 @@ public:
 private:
     friend class JSONWriter<false>;
 
-    // Whoever writes a value may count on `free` bytes behind its place: enough for any scalar and for a short string,
+    // Whoever writes a value may count on `assured` bytes behind its place: enough for any scalar and for a short string,
     // so that one look at the room per element or member does. After each such look there are `slack`.
-    static constexpr std::size_t free = 32;
+    static constexpr std::size_t assured = 32;
     static constexpr std::size_t slack = 64;
+    static_assert(slack >= 1 + (JSONValue::shortTextSize + 4) + 1 + assured);  // comma, key, colon, value
 
     /// Where `at` lies now that `more` bytes fit there, and the slack behind them.
     char* room(char* at, std::size_t more = 0) {
@@ -79,7 +80,7 @@ private:
     char* write(const JSONValue& value, char* at) {
         switch (value.case_) {
         case JSONValue::Case::bool_: return put(at, value.load<bool>() ? "true" : "false");
-        case JSONValue::Case::int_: return std::to_chars(at, at + free, value.load<std::int64_t>()).ptr;
+        case JSONValue::Case::int_: return std::to_chars(at, at + assured, value.load<std::int64_t>()).ptr;
         case JSONValue::Case::double_: return writeDouble(value.load<double>(), at);
         case JSONValue::Case::string: return writeString(value, at);
         case JSONValue::Case::array: return writeArray(value, at);
@@ -116,7 +117,7 @@ private:
     }
 
     char* writeString(const JSONValue& string, char* at) {
-        if ((string.text_ & JSONValue::verbatim) == 0) return writeOtherString(string, at);
+        if ((string.textForm_ & JSONValue::verbatim) == 0) return writeOtherString(string, at);
         if (string.isShortText()) {
             at = putQuote(at);
             // All bytes of the place, whatever the length: a copy without a loop.
@@ -182,8 +183,8 @@ private:
     }
 
     static char* writeDouble(double value, char* at) {
-        static_assert(free >= sizeof "-2.2250738585072014e-308");  // the longest of the shortest forms
-        return std::isfinite(value) ? std::to_chars(at, at + free, value).ptr : nullptr;
+        static_assert(assured >= sizeof "-2.2250738585072014e-308");  // the longest of the shortest forms
+        return std::isfinite(value) ? std::to_chars(at, at + assured, value).ptr : nullptr;
     }
 
     ByteBuffer& text_;

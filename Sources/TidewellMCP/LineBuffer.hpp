@@ -29,9 +29,12 @@ public:
     }
 
     /// The next complete line without its line feed (byte 10), or nothing until more bytes arrive. The view
-    /// lives until the next append().
+    /// lives until the next call of this or of append().
     std::optional<std::string_view> nextLine() noexcept {
-        if (scanned_ == bytes_.size()) return std::nullopt;
+        if (scanned_ == bytes_.size()) {
+            forgetLines();  // at once: the next bytes may come in a week
+            return std::nullopt;
+        }
         const void* const found = std::memchr(bytes_.data() + scanned_, '\n', bytes_.size() - scanned_);
         if (found == nullptr) {
             scanned_ = bytes_.size();

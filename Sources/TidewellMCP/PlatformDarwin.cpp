@@ -63,7 +63,7 @@ ssize_t sendBytes(int socket, std::string_view bytes) {
     return ::send(socket, bytes.data(), bytes.size(), 0);
 }
 
-// Both are what this system does by itself.
+// Nothing to ask for here.
 void configureMemory() noexcept {}
 void preferLargePages(void*, std::size_t) noexcept {}
 

@@ -39,11 +39,9 @@ Worker& exchangeWorker() {
     return worker;
 }
 
-/// A buffer that is kept for the next line, unless the last one was unusually large.
+/// A buffer that is kept for the next line.
 ByteBuffer& emptyLine() {
-    constexpr std::size_t keptCapacity = 1 << 20;
     thread_local ByteBuffer line;
-    if (line.capacity() > keptCapacity) line = {};
     line.clear();
     return line;
 }
@@ -53,9 +51,7 @@ bool waitUntilWritable(int descriptor) {
     return ::poll(&wanted, 1, -1) >= 0 || errno == EINTR;
 }
 
-void writeLine(ByteBuffer& line, int output) {
-    line.append('\n');
-    std::string_view rest = line.view();
+void writeAll(std::string_view rest, int output) {
     while (!rest.empty()) {
         const ssize_t count = ::write(output, rest.data(), rest.size());
         if (count > 0) {
@@ -68,18 +64,26 @@ void writeLine(ByteBuffer& line, int output) {
     }
 }
 
+/// Writes the line out; its memory is kept for the next one, unless it became unusually large.
+void finishLine(ByteBuffer& line, int output) {
+    constexpr std::size_t keptCapacity = 1 << 20;
+    line.append('\n');
+    writeAll(line.view(), output);
+    if (line.capacity() > keptCapacity) line = {};
+}
+
 }  // namespace
 
 void emitLine(const JSONValue& value, int output) {
     ByteBuffer& line = emptyLine();
     value.writeJSON(line);
-    writeLine(line, output);
+    finishLine(line, output);
 }
 
 void emitLine(std::initializer_list<JSONValue::Member> members, int output) {
     ByteBuffer& line = emptyLine();
     JSONValue::writeJSON(members, line);
-    writeLine(line, output);
+    finishLine(line, output);
 }
 
 /// One method, one row. A handler of none: the method is known, does nothing and is never answered.
@@ -134,6 +138,8 @@ void StdioBridge::run() {
             // A line that memory cannot hold is answered like one that cannot be read, and the next one counts.
             buffer.dropLine();
             writeInternalError(nullptr, error);
+            buffer.append(
+                {chunk.data(), static_cast<std::size_t>(count)});  // what follows the line, if it ended
         }
         while (const auto line = buffer.nextLine()) {
             if (!line->empty()) handleLine(*line);

@@ -1,6 +1,5 @@
 #include "Worker.hpp"
 
-#include <system_error>
 #include <utility>
 
 namespace tidewell {
@@ -24,8 +23,8 @@ bool Worker::start() {
     try {
         thread_ = std::thread(&Worker::loop, this);
         return true;
-    } catch (const std::system_error&) {
-        return false;  // too many threads just now; the next job asks again
+    } catch (const std::exception&) {
+        return false;  // too many threads or no memory just now; the next job asks again
     }
 }
 

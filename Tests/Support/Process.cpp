@@ -62,7 +62,9 @@ Process::Process(const Options& options) {
     ::posix_spawnattr_init(&attributes);
     sigset_t reset;
     ::sigemptyset(&reset);
+    // Whoever runs the tests may ignore these, as a shell does with the second for a job in the background.
     ::sigaddset(&reset, SIGPIPE);
+    ::sigaddset(&reset, SIGINT);
     ::posix_spawnattr_setsigdefault(&attributes, &reset);
     ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
 
