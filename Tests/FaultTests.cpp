@@ -269,7 +269,7 @@ TEST(MemoryFaults, ALineThatCannotBeHeldIsAnsweredAndTheNextOneCounts) {
     EXPECT_EQ(replies[1], pingReply);
 }
 
-TEST(MemoryFaults, ABufferTakesNoMoreThanItNeedsWhereThereIsLittle) {
+TEST(MemoryFaults, ABufferTakesLittleMoreThanItNeedsWhereThereIsLittle) {
     ByteBuffer buffer;
     buffer.append(std::string(1'500'000, 'x'));
     const LittleMemory little(3'000'000);

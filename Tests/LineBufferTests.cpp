@@ -70,7 +70,8 @@ TEST(LineBuffer, AnUnusuallyLongLineLeavesTheShortOnesBehindItIntact) {
 
 TEST(LineBuffer, MemoryOfAnUnusuallyLongLineIsGivenBack) {
     LineBuffer buffer;
-    buffer.append(std::string(16 << 20, 'x') + "\n");
+    buffer.append(std::string(16 << 20, 'x'));
+    buffer.append("\n");
     EXPECT_TRUE(buffer.nextLine().has_value());
     EXPECT_GE(buffer.capacity(), 16U << 20);
     buffer.append("short\n");
