@@ -1,4 +1,5 @@
-// MicroExchange.cpp: the hand-off to the worker, and one exchange with a host app on a thread of this process.
+// MicroExchange.cpp: the hand-off to the worker, and one exchange with a host app on a thread of this
+// process.
 #include "CannedReply.hpp"
 #include "SocketClient.hpp"
 #include "Worker.hpp"

@@ -45,7 +45,7 @@ void setItems(benchmark::State& state, std::size_t items) {
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(items));
 }
 
-// --- in ----------------------------------------------------------------------------------------------------------
+// --- in --------------------------------------------------------------------------------------------------
 
 /// Freeing the value is part of what reading costs.
 void readText(benchmark::State& state, std::string_view text) {
@@ -81,7 +81,7 @@ BENCHMARK_CAPTURE(convertParams, reply8MB, largeReply())
     ->Name("readAndConvert/reply8MB")
     ->Unit(benchmark::kMillisecond);
 
-// --- look-up -----------------------------------------------------------------------------------------------------
+// --- look-up ---------------------------------------------------------------------------------------------
 
 /// Every key of an object in turn, and one that is not there.
 void findMembers(benchmark::State& state) {
@@ -104,7 +104,7 @@ void findMembers(benchmark::State& state) {
 }
 BENCHMARK(findMembers)->Name("find")->ArgName("members")->Arg(4)->Arg(16)->Arg(40)->Arg(200);
 
-// --- out ---------------------------------------------------------------------------------------------------------
+// --- out -------------------------------------------------------------------------------------------------
 
 void write(benchmark::State& state, const JSONValue& value, std::size_t items) {
     const std::size_t size = value.jsonString().size();

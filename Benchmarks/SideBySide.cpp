@@ -120,7 +120,7 @@ void oneByOne(benchmark::State& state, const Server& server, const std::string& 
     setProcessorTime(state, client.processorSeconds() - busyBefore, 1);
 }
 
-/// What is resident after a first session's requests, and the most it has ever been after the reply to
+/// What is resident after a first conversation, and the most it has ever been after the reply to
 /// `line`.
 void memory(benchmark::State& state, const Server& server, const std::string& line) {
     for (auto _ : state) {

@@ -66,8 +66,8 @@ public:
     }
 
 private:
-    /// The fuzzer wakes up every few seconds to look at the clock. On purpose the read loop takes an interrupted
-    /// read for the end of the input; so here reads go on after an alarm.
+    /// The fuzzer wakes up every few seconds to look at the clock. On purpose the read loop takes an
+    /// interrupted read for the end of the input; so here reads go on after an alarm.
     static void outliveAlarms() {
         struct sigaction alarm {};
         if (::sigaction(SIGALRM, nullptr, &alarm) != 0) return;

@@ -1,5 +1,5 @@
-// FaultTests.cpp: every system call that the program makes fails, each way it can. Whatever happens, the outcome
-// is the defined one, the next request works, and nothing is left behind.
+// FaultTests.cpp: every system call that the program makes fails, each way it can. Whatever happens, the
+// outcome is the defined one, the next request works, and nothing is left behind.
 #include "ByteBuffer.hpp"
 #include "StdioBridge.hpp"
 
@@ -56,7 +56,8 @@ public:
         std::string input;
         for (const std::string& line : lines) input += line + "\n";
         std::thread writer([&] {
-            // A bridge that ends early must not take the tests along; only this thread goes without the signal.
+            // A bridge that ends early must not take the tests along; only this thread goes without the
+            // signal.
             sigset_t brokenPipe;
             ::sigemptyset(&brokenPipe);
             ::sigaddset(&brokenPipe, SIGPIPE);
@@ -247,7 +248,8 @@ INSTANTIATE_TEST_SUITE_P(
     nameOf);
 
 TEST(OutputFaults, WaitingForAFullOutputMayBeInterrupted) {
-    // A catalog is more than a pipe holds when nobody reads yet; the reader starts at once, but the first lines fill it.
+    // A catalog is more than a pipe holds when nobody reads yet; the reader starts at once, but the first
+    // lines fill it.
     Client client("/nonexistent/host.sock");
     const std::vector<std::string> lines(30, R"({"id":1,"method":"tools/list"})");
     const auto replies = client.converse(lines, Call::pollOutput, {.error = EINTR, .times = 2}, O_NONBLOCK);
@@ -280,8 +282,8 @@ TEST(MemoryFaults, ABufferTakesLittleMoreThanItNeedsWhereThereIsLittle) {
 }
 
 TEST(MemoryFaults, WhatFollowsALineThatCannotBeHeldCountsAlsoInTheSamePiece) {
-    // The line ends just past a step in which the buffer grows, so that its end and what follows arrive in the piece
-    // that finds no memory.
+    // The line ends just past a step in which the buffer grows, so that its end and what follows arrive in
+    // the piece that finds no memory.
     const std::string line = R"({"id":1,"method":"ping","padding":")" + std::string(1'049'500, 'x') + "\"}";
     Client client("/nonexistent/host.sock");
     client.memoryLimit = (1 << 20) + 1;
@@ -324,8 +326,8 @@ TEST(MemoryFaults, AHostReplyThatCannotBeHeldIsAToolError) {
 
 TEST(MemoryFaults, AReplyThatCannotBeWrittenIsAnErrorUnderItsId) {
     ScriptedHost host;
-    // It can be held, but as JSON text inside JSON text it grows: each quote takes four bytes in the end, and the id
-    // comes on top. The limit lies between what reading takes and what the line takes.
+    // It can be held, but as JSON text inside JSON text it grows: each quote takes four bytes in the end, and
+    // the id comes on top. The limit lies between what reading takes and what the line takes.
     host.replies(R"({"ok":true,"result":")" + [] {
         std::string quotes;
         for (int pair = 0; pair < 300'000; ++pair) quotes += "\\\"";

@@ -25,7 +25,8 @@ void ByteBuffer::grow(std::size_t more) {
     std::size_t wanted = std::max({leastCapacity, capacity_ * factor, size_ + more});
     void* grown = std::realloc(bytes_, wanted);
     if (grown == nullptr) {
-        // Where memory is short, little more than there has to be: a share, or each byte would move all others.
+        // Where memory is short, little more than there has to be: a share, or each byte would move all
+        // others.
         wanted = size_ + more + capacity_ / 16;
         grown = std::realloc(bytes_, wanted);
     }

@@ -1,7 +1,7 @@
 // ByteBuffer.hpp: bytes that grow at their end.
 //
-// Unlike std::string it fills nothing with zeros before it is written, and large content moves by its pages instead
-// of its bytes when it grows (realloc): for a reply of megabytes that was half of the time.
+// Unlike std::string it fills nothing with zeros before it is written, and large content moves by its pages
+// instead of its bytes when it grows (realloc): for a reply of megabytes that was half of the time.
 #pragma once
 
 #include <cstddef>

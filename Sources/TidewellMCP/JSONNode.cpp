@@ -7,8 +7,8 @@
 
 namespace tidewell {
 
-/// The head of a block. Nodes are not counted one by one while they are made: the arena's own share is larger than
-/// their number can be, and shrinks to it when the arena leaves the block.
+/// The head of a block. Nodes are not counted one by one while they are made: the arena's own share is larger
+/// than their number can be, and shrinks to it when the arena leaves the block.
 struct NodeArena::Block {
     static constexpr std::size_t arenasShare = SIZE_MAX / 2;
     alignas(step) std::atomic<std::size_t> owners{arenasShare};
@@ -18,8 +18,8 @@ struct NodeArena::Block {
     }
 };
 
-// Twice the text is about what trees take: a number of two characters is a value of sixteen bytes, a long string is
-// its text. For a handful of nodes blocks are not worth their while.
+// Twice the text is about what trees take: a number of two characters is a value of sixteen bytes, a long
+// string is its text. For a handful of nodes blocks are not worth their while.
 NodeArena::NodeArena(std::size_t textBytes) noexcept
     : blockSize_(textBytes < 1024 ? 0 : std::min(textBytes * 2, std::size_t{32} << 20)) {
     if (blockSize_ > largePage) blockSize_ -= blockSize_ % largePage;  // whole pages, and no byte beyond them

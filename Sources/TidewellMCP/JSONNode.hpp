@@ -1,5 +1,5 @@
-// JSONNode.hpp: what lies behind a long string, an array or an object. Only JSONValue and the reader that builds one
-// know of it.
+// JSONNode.hpp: what lies behind a long string, an array or an object. Only JSONValue and the reader that
+// builds one know of it.
 #pragma once
 
 #include "JSONValue.hpp"
@@ -12,9 +12,9 @@
 
 namespace tidewell {
 
-/// Memory for the nodes of one tree, cut from a few large blocks: for a tree of a hundred thousand nodes that is a
-/// third of the time that malloc() and free() take. A block goes when the arena and every node in it have gone.
-/// One thread allocates; nodes may be freed on any.
+/// Memory for the nodes of one tree, cut from a few large blocks: for a tree of a hundred thousand nodes that
+/// is a third of the time that malloc() and free() take. A block goes when the arena and every node in it
+/// have gone. One thread allocates; nodes may be freed on any.
 class NodeArena {
 public:
     /// A place in memory and its distance from the start of its block, in steps; 0 when it has no block.

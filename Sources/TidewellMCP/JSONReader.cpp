@@ -16,8 +16,8 @@ JSONError::JSONError(const char* reason, std::size_t offset)
     : description_("invalid JSON at byte " + std::to_string(offset) + ": " + reason), offset_(offset) {}
 
 std::optional<std::int64_t> exactInteger(double value) noexcept {
-    // 2^63 does not fit. Its negative would, but as a double it may stand for any of a thousand integers around
-    // it, most of which do not; the reader never needs a double for the one that does.
+    // 2^63 does not fit. Its negative would, but as a double it may stand for any of a thousand integers
+    // around it, most of which do not; the reader never needs a double for the one that does.
     constexpr double limit = 9223372036854775808.0;
     if (!(value > -limit && value < limit) || value != std::trunc(value)) return std::nullopt;
     return static_cast<std::int64_t>(value);
@@ -63,8 +63,8 @@ private:
         bool isObject;
     };
 
-    /// Reads a scalar or an empty container to its end; or opens a container up to its first value, and returns
-    /// true.
+    /// Reads a scalar or an empty container to its end; or opens a container up to its first value, and
+    /// returns true.
     bool startValue() {
         skipBlanks();
         switch (peek()) {
@@ -204,8 +204,9 @@ private:
         return value;
     }
 
-    /// What a number token says: significant digits as one integer, times a power of ten. Zeros at the end wait,
-    /// so that 1000, 1e3 and 1000.0 all have one digit, and a whole number is exact however it was written.
+    /// What a number token says: significant digits as one integer, times a power of ten. Zeros at the end
+    /// wait, so that 1000, 1e3 and 1000.0 all have one digit, and a whole number is exact however it was
+    /// written.
     struct Decimal {
         std::uint64_t digits = 0;  // exact while `count` is at most `exactCount`
         std::int64_t count = 0;    // zeros before the first digit not counted

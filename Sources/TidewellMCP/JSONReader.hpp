@@ -1,11 +1,11 @@
 // JSONReader.hpp: JSON text to values, in one pass over the bytes and without recursion.
 //
-// Accepts    RFC 8259, strictly: one value of any kind, blanks (space, tab, line feed, carriage return) around
-//            it, nothing else.
+// Accepts    RFC 8259, strictly: one value of any kind, blanks (space, tab, line feed, carriage return)
+//            around it, nothing else.
 // Refuses    invalid UTF-8 anywhere, a byte-order mark, control characters inside strings, unpaired surrogate
 //            escapes, a number beyond the range of a double (1e400), nesting deeper than `maximumNesting`.
-// Numbers    a whole number within 64 bits is an int, exact however it was written (2.0, 3e2); everything else
-//            is the nearest double.
+// Numbers    a whole number within 64 bits is an int, exact however it was written (2.0, 3e2); everything
+//            else is the nearest double.
 #pragma once
 
 #include "JSONValue.hpp"

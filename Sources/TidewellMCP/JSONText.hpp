@@ -23,8 +23,9 @@ inline const char* skipPlain(const char* at, const char* end) noexcept {
     while (end - at >= 8) {
         std::uint64_t word = 0;
         std::memcpy(&word, at, sizeof word);
-        // A high bit set: not ASCII, or a borrow out of "minus 0x20" (control character) or out of "minus one" of
-        // a zero byte (quote, backslash). A false alarm needs a true one below it, so the lowest is true.
+        // A high bit set: not ASCII, or a borrow out of "minus 0x20" (control character) or out of "minus
+        // one" of a zero byte (quote, backslash). A false alarm needs a true one below it, so the lowest is
+        // true.
         const std::uint64_t quotes = word ^ (ones * '"');
         const std::uint64_t backslashes = word ^ (ones * '\\');
         const std::uint64_t alarms =

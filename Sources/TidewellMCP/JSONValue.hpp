@@ -1,11 +1,12 @@
 // JSONValue.hpp: the one JSON tree of the server. Every request parameter, reply, catalog entry and host
 // message is one of these.
 //
-// Text       all text is UTF-8. The way in is decode() or readJSON() (JSONReader.hpp), the way out jsonString().
+// Text       all text is UTF-8. The way in is decode() or readJSON() (JSONReader.hpp), the way out
+//            jsonString().
 // Copies     are independent values and cheap: what lies behind a long string, an array or an object is never
 //            changed while two values refer to it, so that it can be shared unseen.
-// Threads    different values may be used on different threads at once, also when one is a copy of the other; but
-//            what holds a textOf() on one thread at a time, copies included.
+// Threads    different values may be used on different threads at once, also when one is a copy of the other;
+//            but what holds a textOf() on one thread at a time, copies included.
 // Nesting    a value read from text is at most `maximumNesting` deep; the operations here recurse that far.
 #pragma once
 
@@ -196,7 +197,8 @@ private:
     std::uint64_t firstWord() const;
     static bool sameText(const JSONValue& left, const JSONValue& right) {
         if (!left.isShortText() || !right.isShortText()) return left.text() == right.text();
-        // What is unused in a short text is zero, so that short ones compare as words; most differ in the first.
+        // What is unused in a short text is zero, so that short ones compare as words; most differ in the
+        // first.
         return left.load<std::uint64_t>() == right.load<std::uint64_t>() && left.payload_ == right.payload_ &&
                left.shortLength() == right.shortLength();
     }
@@ -204,7 +206,7 @@ private:
 
     // Sixteen bytes in all, because building and freeing the tree is most of the cost of reading: a scalar or
     // a string of up to fourteen bytes lies in the value itself (unused bytes zero, so that short keys
-    // compare as a whole), anything larger in one exact allocation behind it (an empty array or object in none).
+    // compare as a whole), anything larger in one node behind it (an empty array or object in none).
     // Mutable, because the text of a value takes its other form when somebody looks at it.
     alignas(8) mutable std::array<char, shortTextSize> payload_{};
     mutable std::uint8_t textForm_ = 0;

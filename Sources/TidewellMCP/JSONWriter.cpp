@@ -30,17 +30,17 @@ constexpr char escapeLetter(char byte) noexcept {
 
 }  // namespace
 
-/// Writes behind what a buffer holds. The place to write at goes from function to function by value, because one
-/// in memory would be read and stored again around every byte written. A null place: something inside has no JSON
-/// form, and what was written is worthless. `isEmbedded`: inside a string that is the text of a value, where each
-/// quote and backslash of that text takes one more backslash.
+/// Writes behind what a buffer holds. The place to write at goes from function to function by value, because
+/// one in memory would be read and stored again around every byte written. A null place: something inside has
+/// no JSON form, and what was written is worthless. `isEmbedded`: inside a string that is the text of a
+/// value, where each quote and backslash of that text takes one more backslash.
 template <bool isEmbedded>
 class JSONWriter {
 public:
     explicit JSONWriter(ByteBuffer& text, const char* end = nullptr) : text_(text), end_(end) {}
 
-    /// Appends the text of a value, or of the object with these members; "null" when something inside has no JSON
-    /// form.
+    /// Appends the text of a value, or of the object with these members; "null" when something inside has no
+    /// JSON form.
     void append(const auto& content) {
         const std::size_t before = text_.size();
         char* const start = text_.room(slack);
@@ -53,8 +53,9 @@ public:
 private:
     friend class JSONWriter<false>;
 
-    // Whoever writes a value may count on `assured` bytes behind its place: enough for any scalar and for a short string,
-    // so that one look at the room per element or member does. After each such look there are `slack`.
+    // Whoever writes a value may count on `assured` bytes behind its place: enough for any scalar and for a
+    // short string, so that one look at the room per element or member does. After each such look there are
+    // `slack`.
     static constexpr std::size_t assured = 32;
     static constexpr std::size_t slack = 64;
     static_assert(slack >= 1 + (JSONValue::shortTextSize + 4) + 1 + assured);  // comma, key, colon, value

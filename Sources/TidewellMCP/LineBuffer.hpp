@@ -1,7 +1,7 @@
 // LineBuffer.hpp: bytes in as they arrive, lines out as they are complete.
 //
-// Cost       linear in the bytes: each is looked at once for the line feed and moved a bounded number of times,
-//            however the bytes were cut when they arrived.
+// Cost       linear in the bytes: each is looked at once for the line feed and moved a bounded number of
+//            times, however the bytes were cut when they arrived.
 // Memory     as much as the longest line wants (no limit), given back after an unusually long one.
 #pragma once
 

@@ -31,12 +31,13 @@ int openStreamSocket();
 /// side has hung up; never the signal).
 ssize_t sendBytes(int socket, std::string_view bytes);
 
-/// Tells malloc() how this program works: large blocks go back to the system as soon as they are freed. Called
-/// once, at the start.
+/// Tells malloc() how this program works: large blocks go back to the system as soon as they are freed.
+/// Called once, at the start.
 void configureMemory() noexcept;
 
-/// Wishes for large pages behind a block of `size` bytes from malloc() that is about to be filled: without them
-/// a message of megabytes costs more time in page faults than in reading it. Small blocks stay as they are.
+/// Wishes for large pages behind a block of `size` bytes from malloc() that is about to be filled: without
+/// them a message of megabytes costs more time in page faults than in reading it. Small blocks stay as they
+/// are.
 void preferLargePages(void* block, std::size_t size) noexcept;
 
 /// Fills `bytes` (at most 256) from the system's random source; false on failure.

@@ -67,7 +67,8 @@ void preferLargePages(void* block, std::size_t size) noexcept {
     if (size < largePage) return;
     const auto pageSize = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
     const auto start = reinterpret_cast<std::uintptr_t>(block);
-    // Outward to whole pages: a rest left out would be a mapping of its own, and realloc() could not move both.
+    // Outward to whole pages: a rest left out would be a mapping of its own, and realloc() could not move
+    // both.
     const std::uintptr_t first = start / pageSize * pageSize;
     const std::uintptr_t end = (start + size + pageSize - 1) / pageSize * pageSize;
     ::madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);  // a wish: nothing hangs on it

@@ -17,8 +17,8 @@ namespace {
 /// Far above any real version file, and soon read.
 constexpr std::size_t largestVersionFile = 16 << 20;
 
-/// The content of a file of a sensible size. Whatever else lies at that path (a pipe, a device, a folder) must not
-/// hold up the start: nothing is waited for.
+/// The content of a file of a sensible size. Whatever else lies at that path (a pipe, a device, a folder)
+/// must not hold up the start: nothing is waited for.
 std::optional<std::string> readWholeFile(const std::string& path) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.isOpen()) return std::nullopt;

@@ -11,8 +11,8 @@
 namespace tidewell {
 
 /// Carries out one job at a time for one caller at a time. The hand-off is a state under a mutex, told by a
-/// condition variable: of the simple means the one that stays quick on a busy machine (Documentation/Design.md
-/// has the figures). Destroyed only while idle.
+/// condition variable: of the simple means the one that stays quick on a busy machine
+/// (Documentation/Design.md has the figures). Destroyed only while idle.
 class Worker {
 public:
     Worker() = default;
