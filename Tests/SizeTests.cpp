@@ -100,12 +100,13 @@ struct Handled {
     double peakBytes = 0;
 };
 
-double peakBytesOf(pid_t process) {
-    // Not the peak that wait4 tells: that one may be the parent's, from before the program was loaded.
+/// One figure of a running process, such as "VmRSS:". Its peak is not what wait4 tells: that one may be the
+/// parent's, from before the program was loaded.
+double memoryBytesOf(pid_t process, std::string_view figure) {
     std::ifstream status("/proc/" + std::to_string(process) + "/status");
     double kibibytes = 0;
     for (std::string word; status >> word;) {
-        if (word == "VmHWM:") status >> kibibytes;
+        if (word == figure) status >> kibibytes;
     }
     return kibibytes * 1024;
 }
@@ -142,7 +143,7 @@ Handled answer(const std::function<void(const Process&)>& write, std::size_t lin
     result.output = readLines(output.get(), lines);
     if (lines > 0) ::kill(process.id(), SIGKILL);  // or the writer might wait for it forever
     writer.join();
-    result.peakBytes = peakBytesOf(process.id());
+    result.peakBytes = memoryBytesOf(process.id(), "VmHWM:");
     process.closeInput();
     EXPECT_EQ(process.wait(), 0);
     EXPECT_EQ(process.errors(), "");
@@ -225,15 +226,6 @@ INSTANTIATE_TEST_SUITE_P(
 
 // What is left when a large message has gone.
 
-double residentBytesOf(pid_t process) {
-    std::ifstream status("/proc/" + std::to_string(process) + "/status");
-    double kibibytes = 0;
-    for (std::string word; status >> word;) {
-        if (word == "VmRSS:") status >> kibibytes;
-    }
-    return kibibytes * 1024;
-}
-
 TEST(Size, TheMemoryOfALargeMessageIsGivenBackBeforeTheNextOne) {
     if (TIDEWELL_SANITIZED) GTEST_SKIP() << "a sanitizer keeps what is freed";
     const std::string large(32'000'000, padding);
@@ -246,13 +238,13 @@ TEST(Size, TheMemoryOfALargeMessageIsGivenBackBeforeTheNextOne) {
     ASSERT_TRUE(process.readLine().has_value());
     process.writeLine(R"({"id":2,"method":"ping"})");
     ASSERT_TRUE(process.readLine().has_value());
-    EXPECT_LE(residentBytesOf(process.id()), 2 * programBytes);
+    EXPECT_LE(memoryBytesOf(process.id(), "VmRSS:"), 2 * programBytes);
     process.writeLine(R"({"id":3,"method":"tools/call","params":{"name":"x","arguments":")" + large + "\"}}");
     ASSERT_TRUE(process.readLine().has_value());
     // The reply is out before the line has gone; a moment later the program waits for the next.
-    for (int wait = 0; wait < 1000 && residentBytesOf(process.id()) > 2 * programBytes; ++wait)
+    for (int wait = 0; wait < 1000 && memoryBytesOf(process.id(), "VmRSS:") > 2 * programBytes; ++wait)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_LE(residentBytesOf(process.id()), 2 * programBytes);
+    EXPECT_LE(memoryBytesOf(process.id(), "VmRSS:"), 2 * programBytes);
 }
 
 // Brackets.
