@@ -138,8 +138,8 @@ void StdioBridge::run() {
             // A line that memory cannot hold is answered like one that cannot be read, and the next one counts.
             buffer.dropLine();
             writeInternalError(nullptr, error);
-            buffer.append(
-                {chunk.data(), static_cast<std::size_t>(count)});  // what follows the line, if it ended
+            // Its end may lie in this very piece, and what follows counts.
+            buffer.append({chunk.data(), static_cast<std::size_t>(count)});
         }
         while (const auto line = buffer.nextLine()) {
             if (!line->empty()) handleLine(*line);

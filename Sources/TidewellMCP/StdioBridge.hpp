@@ -7,7 +7,8 @@
 //            in the order of the requests, and at most one request is in flight.
 // Errors     only here do failures become replies: JSON-RPC errors in handleLine(), tool results in
 //            handleToolCall().
-// Threads    one thread uses a bridge.
+// Threads    one thread runs a bridge. What talks to the host app is carried out and answered on the worker,
+//            while that thread waits.
 #pragma once
 
 #include "JSONValue.hpp"
