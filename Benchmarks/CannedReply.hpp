@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 namespace tidewell::bench {
 
@@ -31,15 +32,20 @@ inline std::string cannedRecord(std::size_t at) {
     return {text.data(), static_cast<std::size_t>(size)};
 }
 
-/// The "result" of a reply of about `size` bytes.
-inline std::string cannedResult(std::size_t size) {
-    std::string text = "{\"repositories\":[";
-    text.reserve(size + 1024);
+/// As many elements as it takes for about `size` bytes.
+template <typename Element>
+std::string filled(std::string text, std::size_t size, Element element, std::string_view end) {
+    text.reserve(size + 2048);
     for (std::size_t at = 0; text.size() < size; ++at) {
         if (at > 0) text += ',';
-        text += cannedRecord(at);
+        text += element(at);
     }
-    return text + "]}";
+    return text.append(end);
+}
+
+/// The "result" of a reply of about `size` bytes.
+inline std::string cannedResult(std::size_t size) {
+    return filled("{\"repositories\":[", size, cannedRecord, "]}");
 }
 
 /// A reply line, its line feed included.

@@ -1,6 +1,8 @@
 #include "Client.hpp"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
@@ -30,7 +32,7 @@ std::array<int, 2> makePipe() {
     return ends;
 }
 
-/// For posix_spawn, which wants pointers that it does not write through.
+/// For posix_spawnp, which wants pointers that it does not write through.
 std::vector<char*> pointers(const std::vector<std::string>& texts) {
     std::vector<char*> result;
     for (const std::string& text : texts) result.push_back(const_cast<char*>(text.c_str()));
@@ -62,7 +64,7 @@ Client::Client(const Command& command, std::string_view firstInput) : chunk_(pip
     const auto arguments = pointers(command.arguments);
     const auto environment = pointers(command.environment);
     const int failure =
-        ::posix_spawn(&id_, arguments[0], &actions, nullptr, arguments.data(), environment.data());
+        ::posix_spawnp(&id_, arguments[0], &actions, nullptr, arguments.data(), environment.data());
     ::posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
     ::close(out[1]);
@@ -92,6 +94,13 @@ std::size_t Client::readSome() {
     if (count <= 0) throw std::runtime_error("the program has ended");
     if (keeps_) kept_.append(chunk_.data(), static_cast<std::size_t>(count));
     return static_cast<std::size_t>(count);
+}
+
+bool Client::waitForOutput(int seconds) {
+    pollfd waiting{.fd = output_, .events = POLLIN, .revents = 0};
+    if (::poll(&waiting, 1, seconds * 1000) > 0) return true;
+    ::kill(id_, SIGKILL);
+    return false;
 }
 
 std::size_t Client::readReply() {

@@ -11,7 +11,7 @@
 
 namespace tidewell::bench {
 
-/// What to start: the program's path first, then its arguments; the environment is `environment` and no more.
+/// What to start: the program's path first, or its name if it is to be searched for, then its arguments; the environment is `environment` and no more.
 struct Command {
     std::vector<std::string> arguments;
     std::vector<std::string> environment;
@@ -34,6 +34,8 @@ public:
     /// Reads until what came ends with a line feed, and returns how many bytes that were. For one reply at a
     /// time.
     std::size_t readReply();
+    /// Whether a reply begins within `seconds`. Ends the program if not.
+    bool waitForOutput(int seconds);
     /// What the last readReply() or readReplies() read, when it was started with `keep`.
     const std::string& kept() const noexcept { return kept_; }
     /// Keeps replies from now on.

@@ -1,5 +1,5 @@
 // MicroLines.cpp: cutting lines out of bytes that arrive 4096 at a time, as the server reads them.
-#include "LineBuffer.hpp"
+#include "Base/LineBuffer.hpp"
 
 #include <benchmark/benchmark.h>
 

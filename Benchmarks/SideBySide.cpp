@@ -1,69 +1,54 @@
-// SideBySide.cpp: the program beside the floor (Floor.c) and the plain version (PlainServer.cpp), each a
-// process of its own in front of the same canned host app, doing the same work. Scripts/bench runs it and
-// judges the ratios.
+// SideBySide.cpp: the program beside other servers (Servers/), each a process of its own in front of the same
+// canned host app, doing the same work. Scripts/bench runs it, judges the ratios and draws the picture.
 //
-// Before anything is measured, the three are asked once what they will be asked, and their answers compared
-// as JSON values; from then on every measured reply has to have the length of the one that was compared.
+//   SideBySide [--ours=PROGRAM] [--only=REGEX] [--repetitions=N] [--sizes] [GOOGLE BENCHMARK'S OPTIONS]
+//
+// --ours measures another build in the program's place; --only leaves out what does not match, by
+// "work/server"; --sizes measures replies of 1 KB to 256 MB instead of
+// the rows of the tables. Before anything is measured, all servers are asked once what they will be asked, and
+// their answers compared as JSON values; from then on every measured reply has to have the length of the one
+// that was compared.
 #include "CannedReply.hpp"
-#include "Client.hpp"
+#include "CannedShapes.hpp"
+#include "Servers.hpp"
+#include "Support/TemporaryFolder.hpp"
 
 #include <benchmark/benchmark.h>
-#include <nlohmann/json.hpp>
 
 #include <signal.h>
-#include <stdlib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <map>
-#include <memory>
+#include <regex>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
+#include <vector>
 
 namespace {
 
 using namespace tidewell::bench;
-using nlohmann::json;
 using Clock = std::chrono::steady_clock;
 
-// The floor tells the method by its place in the line: all requests begin alike.
-std::string request(std::string_view rest) {
-    return R"({"jsonrpc":"2.0","id":1,"method":")" + std::string(rest) + "}\n";
-}
+struct Options {
+    std::string ours = OURS_PATH;
+    std::regex only{""};
+    int repetitions = 15;
+    bool bySize = false;
 
-std::string callRequest(std::string_view tool) {
-    return request(R"(tools/call","params":{"name":")" + std::string(tool) +
-                   R"(","arguments":{"repoId":"r1","limit":20,"includeArchived":false}})");
-}
-
-const std::string initializeRequest =
-    request(R"(initialize","params":{"protocolVersion":"2025-11-25","capabilities":{},)"
-            R"("clientInfo":{"name":"bench","version":"1"}})");
-const std::string pingRequest = request(R"(ping")");
-const std::string listRequest = request(R"(tools/list","params":{})");
-const std::string smallCall = callRequest("get_repository");
-const std::string largeCall = callRequest("reply_8_mb");
-const std::string hugeCall = callRequest("reply_64_mb");
-
-/// A server to measure, and how long its replies have to be, by request.
-struct Server {
-    std::string name;
-    Command command;
-    std::map<std::string, std::size_t> replySizes;
+    bool wants(std::string_view work, const Server& server) const {
+        return std::regex_search(std::string(work) + '/' + server.name, only);
+    }
 };
 
 /// One after another: nothing is measured here but one reply at a time.
 void exchange(Client& client, const Server& server, const std::string& line) {
     client.write(line);
-    if (client.readReply() != server.replySizes.at(line))
-        throw std::runtime_error("a reply of another length");
+    if (!server.isReply(line, client.readReply())) throw std::runtime_error("a reply of another length");
 }
 
 // --- what is measured ---------------------------------------------------------------------------------
@@ -83,7 +68,7 @@ void start(benchmark::State& state, const Server& server) {
         Client client(server.command, initializeRequest);
         const std::size_t size = client.readReply();
         state.SetIterationTime(std::chrono::duration<double>(Clock::now() - before).count());
-        if (size != server.replySizes.at(initializeRequest)) state.SkipWithError("a reply of another length");
+        if (!server.isReply(initializeRequest, size)) state.SkipWithError("a reply of another length");
         busy += client.finish();
     }
     setProcessorTime(state, busy, 1);
@@ -99,7 +84,7 @@ void pipelined(benchmark::State& state, const Server& server, const std::string&
     for (auto _ : state) {
         const auto before = Clock::now();
         client.write(requests);
-        const bool isRight = client.readReplies(server.replySizes.at(line) * count);
+        const bool isRight = client.readReplies(server.replySizes.at(line).bytes * count);
         const std::chrono::duration<double> passed = Clock::now() - before;
         state.SetIterationTime(passed.count() / static_cast<double>(count));
         if (!isRight) state.SkipWithError("replies of another length");
@@ -107,9 +92,13 @@ void pipelined(benchmark::State& state, const Server& server, const std::string&
     setProcessorTime(state, client.processorSeconds() - busyBefore, count);
 }
 
-/// One request after the other's reply.
+/// One request after the other's reply, the first unmeasured; and the server's memory: resident after the
+/// handshake and the list, the most it has ever been, and resident once a ping has been answered afterwards.
 void oneByOne(benchmark::State& state, const Server& server, const std::string& line) {
     Client client(server.command);
+    exchange(client, server, initializeRequest);
+    exchange(client, server, listRequest);
+    state.counters["resident"] = static_cast<double>(client.memory("VmRSS"));
     exchange(client, server, line);
     const double busyBefore = client.processorSeconds();
     for (auto _ : state) {
@@ -118,80 +107,23 @@ void oneByOne(benchmark::State& state, const Server& server, const std::string& 
         state.SetIterationTime(std::chrono::duration<double>(Clock::now() - before).count());
     }
     setProcessorTime(state, client.processorSeconds() - busyBefore, 1);
+    exchange(client, server, pingRequest);
+    state.counters["peak"] = static_cast<double>(client.memory("VmHWM"));
+    state.counters["residentAfter"] = static_cast<double>(client.memory("VmRSS"));
 }
 
-/// What is resident after a first conversation, and the most it has ever been after the reply to
-/// `line`.
-void memory(benchmark::State& state, const Server& server, const std::string& line) {
-    for (auto _ : state) {
-        Client client(server.command);
-        exchange(client, server, initializeRequest);
-        exchange(client, server, listRequest);
-        state.counters["resident"] = static_cast<double>(client.memory("VmRSS"));
-        exchange(client, server, line);
-        state.counters["peak"] = static_cast<double>(client.memory("VmHWM"));
-        state.SetIterationTime(1e-6);
-    }
-}
+// --- what is registered -------------------------------------------------------------------------------
 
-// --- whether they are right ---------------------------------------------------------------------------
+using Run = std::function<void(benchmark::State&, const Server&)>;
 
-std::string ask(const Server& server, const std::string& line) {
-    Client client(server.command);
-    client.keep();
-    client.write(line);
-    client.readReply();
-    return client.kept();
-}
+struct Often {
+    benchmark::IterationCount iterations;
+    int repetitions;
+};
 
-void require(bool condition, const std::string& what) {
-    if (!condition)
-        throw std::runtime_error("nothing was measured, because this is wrong: " +
-                                 what.substr(0, what.find('\n')));
-}
-
-/// A tool's text is JSON inside JSON, whose members stand in no promised order.
-json withTextParsed(json reply) {
-    if (!reply["result"].contains("content")) return reply;
-    json& text = reply["result"]["content"][0]["text"];
-    text = json::parse(text.get_ref<const std::string&>());
-    return reply;
-}
-
-void compareReplies(Server& ours, Server& floor, Server& plain) {
-    for (const std::string& line : {initializeRequest, pingRequest, listRequest, smallCall, largeCall}) {
-        const std::string expected = ask(plain, line);
-        const std::string actual = ask(ours, line);
-        const json value = withTextParsed(json::parse(actual));
-        require(value == withTextParsed(json::parse(expected)), "ours and plain differ on " + line);
-        require(value["id"] == 1 && value.contains("result"), "no result for " + line);
-        ours.replySizes[line] = actual.size();
-        plain.replySizes[line] = expected.size();
-        floor.replySizes[line] = ask(floor, line).size();
-    }
-    for (const auto& [line, size] : {std::pair(smallCall, smallSize), std::pair(largeCall, 8 * megabyte)}) {
-        const json value = withTextParsed(json::parse(ask(ours, line)));
-        require(value["result"]["content"][0]["text"] == json::parse(cannedResult(size)),
-                "the text of " + line);
-        require(value["result"]["isError"] == false, "an error reply to " + line);
-        require(ask(floor, line).find(cannedResult(size)) != std::string::npos,
-                "the floor's reply to " + line);
-    }
-    // The largest only by its length: that of the host app's text within the same frame.
-    const auto escapedSize = [](std::size_t size) { return json(cannedResult(size)).dump().size(); };
-    const std::size_t frame = ours.replySizes[largeCall] - escapedSize(8 * megabyte);
-    ours.replySizes[hugeCall] = plain.replySizes[hugeCall] = frame + escapedSize(64 * megabyte);
-    floor.replySizes[hugeCall] =
-        floor.replySizes[largeCall] - cannedReply(8 * megabyte).size() + cannedReply(64 * megabyte).size();
-    for (const std::string& line : {initializeRequest, pingRequest, listRequest}) {
-        require(floor.replySizes[line] == ours.replySizes[line], "the floor's reply to " + line);
-    }
-}
-
-// --- all together -------------------------------------------------------------------------------------
-
-void registerOne(const std::string& work, const Server& server, benchmark::IterationCount iterations,
-                 const std::function<void(benchmark::State&, const Server&)>& run) {
+void registerOne(const Options& options, const std::string& work, const Server& server, Often often,
+                 const Run& run) {
+    if (!options.wants(work, server)) return;
     benchmark::RegisterBenchmark((work + "/" + server.name).c_str(),
                                  [&server, run](benchmark::State& state) {
                                      try {
@@ -202,76 +134,140 @@ void registerOne(const std::string& work, const Server& server, benchmark::Itera
                                  })
         ->UseManualTime()
         ->Unit(benchmark::kMicrosecond)
-        ->Iterations(iterations);
+        ->Iterations(often.iterations)
+        ->Repetitions(often.repetitions);
 }
 
-void registerAll(const Server& server) {
-    registerOne("start", server, 20, start);
-    registerOne("ping", server, 3,
+Run askingFor(const std::string& line, double replySize = 0) {
+    return [line, replySize](benchmark::State& state, const Server& server) {
+        oneByOne(state, server, line);
+        state.counters["reply"] = replySize;
+    };
+}
+
+Run askingFor(std::size_t size) {
+    return askingFor(callRequest(size), static_cast<double>(cannedReply(size).size()));
+}
+
+/// The rows of the main table: 20 starts, for example, or 2 of a slow server.
+void registerWork(const Options& options, const Server& server) {
+    // Slow ones are not judged by these figures.
+    const int repetitions = server.isSlow ? std::max(1, options.repetitions / 3) : options.repetitions;
+    const auto often = [&](int fast, int slow) { return Often{server.isSlow ? slow : fast, repetitions}; };
+    registerOne(options, "start", server, often(20, 2), start);
+    registerOne(options, "ping", server, often(3, 1),
                 [](auto& state, const Server& each) { pipelined(state, each, pingRequest, 10'000); });
-    registerOne("list", server, 100,
-                [](auto& state, const Server& each) { oneByOne(state, each, listRequest); });
-    registerOne("list-pipelined", server, 5,
+    registerOne(options, "list", server, often(100, 20), askingFor(listRequest));
+    registerOne(options, "list-pipelined", server, often(5, 2),
                 [](auto& state, const Server& each) { pipelined(state, each, listRequest, 40); });
-    registerOne("call", server, 300,
-                [](auto& state, const Server& each) { oneByOne(state, each, smallCall); });
-    registerOne("8MB", server, 3, [](auto& state, const Server& each) { oneByOne(state, each, largeCall); });
-    if (server.name != "plain") {
-        registerOne("64MB", server, 1,
-                    [](auto& state, const Server& each) { oneByOne(state, each, hugeCall); });
-        registerOne("memory", server, 1,
-                    [](auto& state, const Server& each) { memory(state, each, hugeCall); });
+    registerOne(options, "call", server, often(300, 100), askingFor(smallCall));
+    registerOne(options, "1MB", server, often(10, 3), askingFor(megabyte));
+    registerOne(options, "8MB", server, often(3, 1), askingFor(8 * megabyte));
+    registerOne(options, "64MB", server, often(1, 1), askingFor(64 * megabyte));
+}
+
+void registerShapes(const Options& options, const Server& server) {
+    for (const Shape& shape : shapes) {
+        const std::string name(shape.name);
+        registerOne(options, name, server, {server.isSlow ? 1 : 3, std::max(1, options.repetitions / 3)},
+                    askingFor(callRequest(name), static_cast<double>(cannedAnswer(name).size())));
     }
 }
 
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string pattern = "/tmp/tidewell-bench-XXXXXX";
-        if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
-        path_ = pattern;
+/// One point each of a server's curve, until it fails or becomes too slow.
+void registerSizes(const Options& options, Server& server) {
+    constexpr std::size_t smallest = 1 << 10;
+    constexpr std::size_t largest = 256 * megabyte;
+    for (std::size_t size = smallest; size <= largest; size *= 4) {
+        const std::string work = "size_" + std::to_string(size);
+        if (!options.wants(work, server)) continue;
+        expectLargeReply(server, size);
+        if (const auto reason = findTooLarge(server, size)) {
+            benchmark::AddCustomContext("stopped_" + server.name, std::to_string(size) + " " + *reason);
+            return;
+        }
+        const auto iterations = std::clamp<std::size_t>(16 * megabyte / size, 1, server.isSlow ? 20 : 200);
+        registerOne(options, work, server,
+                    {static_cast<benchmark::IterationCount>(iterations),
+                     server.isSlow && size >= 16 * megabyte ? 1 : std::max(1, options.repetitions / 3)},
+                    askingFor(size));
     }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-    const std::string& path() const { return path_; }
+}
 
-private:
-    std::string path_;
-};
-
-void run() {
-    const TemporaryFolder folder;
-    const std::string socketPath = folder.path() + "/host.sock";
-    const std::string toolsPath = folder.path() + "/tools.json";
-
+void run(const Options& options) {
+    const tidewell::test::TemporaryFolder folder;
+    const std::string socketPath = folder / "host.sock";
     Client host({{HOST_PATH, socketPath}, {}});
     host.readReply();
-    {
-        std::ofstream tools(toolsPath);
-        const std::string list = ask({"ours", {{OURS_PATH}, {}}, {}}, listRequest);
-        tools << list;
-    }
-    const std::vector<std::string> environment = {"HOME=/nonexistent", "TIDEWELL_SOCKET_PATH=" + socketPath};
-    Server ours{"ours", {{OURS_PATH}, environment}, {}};
-    Server floor{"floor", {{FLOOR_PATH, toolsPath}, environment}, {}};
-    Server plain{"plain", {{PLAIN_PATH, toolsPath}, environment}, {}};
-    compareReplies(ours, floor, plain);
 
-    benchmark::AddCustomContext("reply_64_mb_bytes", std::to_string(cannedReply(64 * megabyte).size()));
-    benchmark::AddCustomContext("tools_list_bytes", std::to_string(ours.replySizes[listRequest]));
-    for (const Server* const server : {&ours, &floor, &plain}) registerAll(*server);
+    const std::vector<std::string> environment = {"HOME=/nonexistent", "TIDEWELL_SOCKET_PATH=" + socketPath};
+    const Server ours{.name = "ours", .command = {{options.ours}, environment}};
+    const std::string list = folder.write("tools.json", ask(ours, listRequest));
+    std::vector<Server> servers = {
+        ours,
+        {.name = "floor", .command = {{FLOOR_PATH, list}, environment}, .isFloor = true},
+        {.name = "direct", .command = {{FLOOR_PATH, "--direct", list}, environment}, .isFloor = true},
+        {.name = "plain", .command = {{PLAIN_PATH, list}, environment}, .isSlow = true},
+        {.name = "expert", .command = {{EXPERT_PATH, list}, environment}},
+        {.name = "sdk", .command = {{"node", SDK_PATH, list}, environment}, .isSlow = true},
+    };
+    compareReplies(servers);
+    for (const Shape& shape : shapes) {
+        if (!options.bySize && options.wants(shape.name, ours))
+            compareCalls(servers, std::string(shape.name));
+    }
+
+    std::string names;  // for the order of rows
+    for (const Shape& shape : shapes) {
+        benchmark::AddCustomContext(std::string(shape.name), std::string(shape.title));
+        names.append(names.empty() ? "" : " ").append(shape.name);
+    }
+    benchmark::AddCustomContext("shapes", names);
+    for (Server& server : servers) {
+        if (options.bySize) {
+            if (server.name != "direct") registerSizes(options, server);
+            continue;
+        }
+        expectLargeReply(server, 64 * megabyte);
+        registerWork(options, server);
+        if (!server.isFloor && server.name != "sdk") registerShapes(options, server);
+    }
     benchmark::RunSpecifiedBenchmarks();
+}
+
+/// Takes its own options out and leaves the rest.
+Options takeOptions(int& argumentCount, char* arguments[]) {
+    Options options;
+    const auto take = [&options](std::string_view argument) {
+        const std::string_view name = argument.substr(0, argument.find('='));
+        const std::string value(argument.substr(std::min(name.size() + 1, argument.size())));
+        if (name == "--ours") {
+            options.ours = value;
+        } else if (name == "--only") {
+            options.only = value;
+        } else if (name == "--repetitions") {
+            options.repetitions = std::stoi(value);
+        } else if (name == "--sizes") {
+            options.bySize = true;
+        } else {
+            return false;
+        }
+        return true;
+    };
+    char** const end = std::remove_if(arguments + 1, arguments + argumentCount, take);
+    argumentCount = static_cast<int>(end - arguments);
+    return options;
 }
 
 }  // namespace
 
 int main(int argumentCount, char* arguments[]) {
     ::signal(SIGPIPE, SIG_IGN);  // a server that went early is an error to report
-    benchmark::Initialize(&argumentCount, arguments);
-    if (benchmark::ReportUnrecognizedArguments(argumentCount, arguments)) return 2;
     try {
-        run();
+        const Options options = takeOptions(argumentCount, arguments);
+        benchmark::Initialize(&argumentCount, arguments);
+        if (benchmark::ReportUnrecognizedArguments(argumentCount, arguments)) return 2;
+        run(options);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "SideBySide: %s\n", error.what());
         return 1;

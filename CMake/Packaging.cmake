@@ -4,46 +4,84 @@
 # puts that file where it meets no other program's:
 #
 #   component   for                              below the prefix
-#   Program     a folder of its own (the         bin/TidewellMCP  Info.plist  share/man/man1/TidewellMCP.1
+#   Program     a folder of its own (the         bin/  Info.plist  share/
 #               default), and the archive
 #   System      a folder shared with others,     bin/TidewellMCP -> ../lib/tidewell-mcp/bin/TidewellMCP
-#               as /usr/local                    lib/tidewell-mcp/Info.plist  share/man/man1/TidewellMCP.1.gz
-#   Debian      on top of System, the package    share/doc/tidewell-mcp/…  share/lintian/overrides/tidewell-mcp
+#               as /usr/local                    bin/tidewell-mcp-doctor  lib/tidewell-mcp/Info.plist  share/
+#   Debian      on top of System, the package    share/doc/tidewell-mcp/changelog.gz  share/lintian/…
 #   AppBundle   an application bundle            Contents/MacOS/TidewellMCP: the version is the application's own
+#                                                Contents/Resources/TidewellMCP/LICENSE
 set(TIDEWELL_PACKAGE_MAINTAINER "TidewellMCP maintainers <maintainers@tidewell.invalid>" CACHE STRING
     "Who answers for the Debian package. The default reaches nobody: whoever publishes one puts an address here")
 
 set(manual ${PROJECT_SOURCE_DIR}/Packaging/TidewellMCP.1)
 set(own lib/tidewell-mcp)
+set(documents share/doc/tidewell-mcp)
 set(staging ${PROJECT_BINARY_DIR}/packaging)
 
-# First, so that nothing is written before it has looked.
-install(SCRIPT ${PROJECT_SOURCE_DIR}/Packaging/RefuseSharedPrefix.cmake COMPONENT Program)
-install(TARGETS TidewellMCP RUNTIME DESTINATION bin COMPONENT Program)
-install(FILES ${PROJECT_BINARY_DIR}/Info.plist DESTINATION . COMPONENT Program)
-install(FILES ${manual} DESTINATION share/man/man1 COMPONENT Program)
+# install_common COMPONENT [OPTION]: what lies at the same place in both layouts. README.md finds the page by its link.
+function(install_common)
+    install(PROGRAMS Scripts/doctor DESTINATION bin RENAME tidewell-mcp-doctor COMPONENT ${ARGN})
+    install(FILES README.md DESTINATION ${documents} COMPONENT ${ARGN})
+    install(FILES Documentation/Clients.md DESTINATION ${documents}/Documentation COMPONENT ${ARGN})
+endfunction()
 
-install(TARGETS TidewellMCP RUNTIME DESTINATION ${own}/bin COMPONENT System EXCLUDE_FROM_ALL)
-install(FILES ${PROJECT_BINARY_DIR}/Info.plist DESTINATION ${own} COMPONENT System EXCLUDE_FROM_ALL)
-file(MAKE_DIRECTORY ${staging})
-file(CREATE_LINK ../${own}/bin/TidewellMCP ${staging}/TidewellMCP SYMBOLIC)
-install(FILES ${staging}/TidewellMCP DESTINATION bin COMPONENT System EXCLUDE_FROM_ALL)
-
-install(TARGETS TidewellMCP RUNTIME DESTINATION Contents/MacOS COMPONENT AppBundle EXCLUDE_FROM_ALL)
+# install_manual EXTENSION COMPONENT [OPTION]: the manual answers by the name of the package and of the doctor too.
+function(install_manual extension)
+    set(names ${staging}/TidewellMCP.1${extension})
+    foreach(other IN ITEMS tidewell-mcp tidewell-mcp-doctor)
+        file(CREATE_LINK TidewellMCP.1${extension} ${staging}/${other}.1${extension} SYMBOLIC)
+        list(APPEND names ${staging}/${other}.1${extension})
+    endforeach()
+    install(FILES ${names} DESTINATION share/man/man1 COMPONENT ${ARGN})
+endfunction()
 
 # Compressed without name and time, for the same bytes each time.
 function(compress from to)
     execute_process(COMMAND gzip -9nc ${from} OUTPUT_FILE ${to} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
+
+# The text of a file, as a field of Debian's copyright file has it.
+function(read_field file result)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+    file(READ ${file} text)
+    string(STRIP "${text}" text)
+    string(REPLACE "\n\n" "\n.\n" text "${text}")
+    string(REPLACE "\n" "\n " text " ${text}")
+    set(${result} "${text}" PARENT_SCOPE)
+endfunction()
+
+file(MAKE_DIRECTORY ${staging})
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${manual})
+configure_file(${manual} ${staging}/TidewellMCP.1 COPYONLY)
 compress(${manual} ${staging}/TidewellMCP.1.gz)
-install(FILES ${staging}/TidewellMCP.1.gz DESTINATION share/man/man1 COMPONENT System EXCLUDE_FROM_ALL)
+
+# First, so that nothing is written before it has looked.
+install(SCRIPT ${PROJECT_SOURCE_DIR}/Packaging/RefuseSharedPrefix.cmake COMPONENT Program)
+install(TARGETS TidewellMCP RUNTIME DESTINATION bin COMPONENT Program)
+install(FILES ${PROJECT_BINARY_DIR}/Info.plist DESTINATION . COMPONENT Program)
+install(FILES LICENSE Packaging/LIBRARIES DESTINATION ${documents} COMPONENT Program)
+install_common(Program)
+install_manual("" Program)
+
+install(TARGETS TidewellMCP RUNTIME DESTINATION ${own}/bin COMPONENT System EXCLUDE_FROM_ALL)
+install(FILES ${PROJECT_BINARY_DIR}/Info.plist DESTINATION ${own} COMPONENT System EXCLUDE_FROM_ALL)
+file(CREATE_LINK ../${own}/bin/TidewellMCP ${staging}/TidewellMCP SYMBOLIC)
+install(FILES ${staging}/TidewellMCP DESTINATION bin COMPONENT System EXCLUDE_FROM_ALL)
+read_field(${PROJECT_SOURCE_DIR}/LICENSE licence)
+read_field(${PROJECT_SOURCE_DIR}/Packaging/LIBRARIES libraries)
+configure_file(Packaging/Debian/copyright.in ${staging}/copyright @ONLY)
+install(FILES ${staging}/copyright DESTINATION ${documents} COMPONENT System EXCLUDE_FROM_ALL)
+install_common(System EXCLUDE_FROM_ALL)
+install_manual(.gz System EXCLUDE_FROM_ALL)
+
+install(TARGETS TidewellMCP RUNTIME DESTINATION Contents/MacOS COMPONENT AppBundle EXCLUDE_FROM_ALL)
+install(FILES LICENSE DESTINATION Contents/Resources/TidewellMCP COMPONENT AppBundle EXCLUDE_FROM_ALL)
 
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)  # of SOURCE_DATE_EPOCH, where that is set
 configure_file(Packaging/Debian/changelog.in ${staging}/changelog @ONLY)
 compress(${staging}/changelog ${staging}/changelog.gz)
-install(FILES Packaging/Debian/copyright ${staging}/changelog.gz DESTINATION share/doc/tidewell-mcp
-    COMPONENT Debian EXCLUDE_FROM_ALL)
+install(FILES ${staging}/changelog.gz DESTINATION ${documents} COMPONENT Debian EXCLUDE_FROM_ALL)
 install(FILES Packaging/Debian/lintian-overrides DESTINATION share/lintian/overrides RENAME tidewell-mcp
     COMPONENT Debian EXCLUDE_FROM_ALL)
 

@@ -7,8 +7,6 @@
 
 #include "Support/ScriptedHost.hpp"
 
-#include <algorithm>
-
 namespace {
 
 using namespace tidewell;
@@ -125,9 +123,7 @@ std::string outputWithReplies(std::string_view bytes) {
         // A copy, because the host may still be writing when the client, content with one line, has gone on.
         host.then([reply = std::string(bytes), size](const HostConnection& connection) {
             connection.readEnvelope();
-            for (std::string_view rest = reply; !rest.empty();
-                 rest.remove_prefix(std::min(size, rest.size())))
-                connection.write(rest.substr(0, size));
+            connection.writeInPieces(reply, size);
         });
     }
     return stage.outputFor(requests);

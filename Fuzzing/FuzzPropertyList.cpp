@@ -1,5 +1,5 @@
 // FuzzPropertyList.cpp: a version file in any of its three forms; and the same bytes as a value to be found.
-#include "PropertyList.hpp"
+#include "PropertyList/PropertyList.hpp"
 #include "Target.hpp"
 #include "Wrapping.hpp"
 
@@ -25,8 +25,11 @@ bool isMarkedOrBinary(std::string_view file) {
 }
 
 void checkWrittenForms(const std::string& file, std::string_view key, const Answer& answer) {
-    require(stringInPropertyList(file + std::string(blanks), key) == answer,
-            "white space at the end changes nothing", file);
+    if (!file.ends_with('\0')) {
+        require(stringInPropertyList(file + '\0', key) == answer, "a NUL at the end changes nothing", file);
+        require(stringInPropertyList(file + std::string(blanks), key) == answer,
+                "white space at the end changes nothing", file);
+    }
     if (answer) {
         require(!stringInPropertyList(file + std::string(garbage), key), "garbage at the end is noticed",
                 file);

@@ -59,7 +59,7 @@ struct NumberCollector : nlohmann::json_sax<json> {
 
 bool agreesOnDouble(const JSONValue& ours, double judged) {
     const auto integer = ours.integer();
-    const bool isSame = integer ? static_cast<double>(*integer) == judged : ours.number() == judged;
+    const bool isSame = integer ? static_cast<double>(*integer) == judged : ours.real() == judged;
     const bool isAtTheEdge = std::abs(judged) == twoToThe63;
     const bool isWhole = judged == std::trunc(judged) && std::abs(judged) < twoToThe63;
     return isSame && (isAtTheEdge || isWhole == integer.has_value());
@@ -91,11 +91,11 @@ bool agrees(const JSONValue& ours, const json& judged) {
     case json::value_t::number_float: return agreesOnDouble(ours, judged.get<double>());
     case json::value_t::string: return ours.string() == judged.get_ref<const std::string&>();
     case json::value_t::array:
-        return ours.kind() == JSONValue::Case::array && std::ranges::equal(ours.elements(), judged, agrees);
+        return ours.kind() == JSONValue::Kind::array && std::ranges::equal(ours.elements(), judged, agrees);
     case json::value_t::object: {
-        if (ours.kind() != JSONValue::Case::object || ours.members().size() != judged.size()) return false;
+        if (ours.kind() != JSONValue::Kind::object || ours.members().size() != judged.size()) return false;
         return std::ranges::all_of(ours.members(), [&](const JSONValue::Member& member) {
-            const auto other = judged.find(std::string(member.key.string().value_or("")));
+            const auto other = judged.find(member.key);
             return other != judged.end() && agrees(member.value, *other);
         });
     }

@@ -1,7 +1,7 @@
 // Judge.hpp: an independent JSON library's opinion, in the terms of the promises that JSONReader.hpp makes.
 #pragma once
 
-#include "JSONValue.hpp"
+#include "JSON/JSONValue.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -23,7 +23,7 @@ std::optional<json> judge(std::string_view text);
 /// bits, so just there an int and a double are both right.
 bool agrees(const JSONValue& ours, const json& judged);
 
-/// The same with booleans in place of all numbers equal to 1 and 0: the rule of JSONValue::from().
+/// The same with booleans in place of all numbers equal to 1 and 0: what becomes of a client's numbers.
 json withBooleans(json judged);
 
 /// The whole number within 64 bits that a number token stands for, in plain decimal; nothing for any other.

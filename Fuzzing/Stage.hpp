@@ -1,7 +1,7 @@
 // Stage.hpp: a bridge between files in place of a client's pipes, and quick at it.
 #pragma once
 
-#include "StdioBridge.hpp"
+#include "Server/StdioBridge.hpp"
 
 #include <signal.h>
 #include <unistd.h>

@@ -3,28 +3,20 @@
 //
 //   InstructionHost SOCKET COMMAND [ARGUMENT…]      ends with the command's exit status
 #include "../CannedReply.hpp"
+#include "Support/ScriptedHost.hpp"
 
 #include <spawn.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
-#include <thread>
 
 namespace {
 
 using namespace tidewell::bench;
-
-[[noreturn]] void fail(const char* what) {
-    std::perror(what);
-    std::_Exit(EXIT_FAILURE);
-}
 
 const std::string& replyTo(std::string_view envelope) {
     static const std::string large = cannedReply(megabyte);
@@ -39,51 +31,20 @@ const std::string& replyTo(std::string_view envelope) {
     return small;
 }
 
-void answer(int connection) {
-    std::string envelope;
-    std::array<char, 65536> chunk{};
-    while (envelope.empty() || envelope.back() != '\n') {
-        const ssize_t count = ::read(connection, chunk.data(), chunk.size());
-        if (count <= 0) return;
-        envelope.append(chunk.data(), static_cast<std::size_t>(count));
-    }
-    for (std::string_view rest = replyTo(envelope); !rest.empty();) {
-        const ssize_t count = ::send(connection, rest.data(), rest.size(), MSG_NOSIGNAL);
-        if (count <= 0) return;
-        rest.remove_prefix(static_cast<std::size_t>(count));
-    }
-}
-
-int listenAt(std::string_view path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) fail("the socket's path is too long");
-    path.copy(address.sun_path, path.size());
-    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) fail("bind");
-    if (::listen(listener, 16) != 0) fail("listen");
-    return listener;
-}
-
 }  // namespace
 
 int main(int argumentCount, char* arguments[]) {
     if (argumentCount < 3) return EXIT_FAILURE;
-    const int listener = listenAt(arguments[1]);
+    tidewell::test::ScriptedHost host(arguments[1]);
+    host.otherwise([](const tidewell::test::HostConnection& connection) {
+        connection.write(replyTo(connection.readEnvelope()));
+    });
     pid_t command = -1;
-    if (::posix_spawnp(&command, arguments[2], nullptr, nullptr, arguments + 2, environ) != 0)
-        fail(arguments[2]);
-
-    std::thread([listener] {
-        for (;;) {
-            const int connection = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-            if (connection < 0) fail("accept");
-            answer(connection);
-            ::close(connection);
-        }
-    }).detach();
-
     int state = 0;
-    if (::waitpid(command, &state, 0) != command) fail("waitpid");
-    std::_Exit(WIFEXITED(state) ? WEXITSTATUS(state) : EXIT_FAILURE);
+    if (::posix_spawnp(&command, arguments[2], nullptr, nullptr, arguments + 2, environ) != 0 ||
+        ::waitpid(command, &state, 0) != command) {
+        std::perror(arguments[2]);
+        return EXIT_FAILURE;
+    }
+    return WIFEXITED(state) ? WEXITSTATUS(state) : EXIT_FAILURE;
 }

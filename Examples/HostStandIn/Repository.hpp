@@ -1,71 +1,58 @@
-// Repository.hpp: what one checkout says about itself, asked through git and nothing else.
+// Repository.hpp: what one checkout says about itself, asked through git, although nobody vouches for it.
+//
+// A repository's own configuration can name programs that git would start, and files elsewhere that git would
+// read. So git never sees it. It gets a private git folder with a configuration of ours; of the repository's
+// own settings only those in `harmlessSettings` count. The private folder leads to the repository's data by
+// links, and only after a look that this data is plain files in plain folders.
 #pragma once
 
-#include "GitCommand.hpp"
+#include "Git.hpp"
+#include "Root.hpp"
 
 #include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
 
 namespace tidewell::standin {
 
 using Json = nlohmann::json;
 
-inline constexpr std::int64_t defaultCommitCount = 20;
-inline constexpr std::int64_t maximumCommitCount = 200;
 inline constexpr std::size_t maximumListedFiles = 1000;  ///< of one status; the counts cover all of them
-inline constexpr int recentCommitCount = 10;             ///< in a fingerprint
+inline constexpr std::int64_t recentCommitCount = 10;    ///< in a fingerprint
 
-/// A remote as configured, without the credentials its URLs may carry.
-struct Remote {
-    std::string name, fetchURL, pushURL;
-};
-
-struct Status {
-    std::optional<std::string> head;    ///< absent before the first commit
-    std::optional<std::string> branch;  ///< absent when HEAD is detached
-    std::optional<std::string> upstream;
-    std::optional<std::int64_t> ahead, behind;  ///< absent without upstream, or when the upstream is gone
-    std::int64_t staged = 0, unstaged = 0, untracked = 0, conflicted = 0;
-    std::int64_t fileCount = 0;
-    Json files = Json::array();  ///< [{path, code, originalPath?}], at most `maximumListedFiles`
-};
-
-/// One checkout. All operations throw HostError ("git_failed" with git's own words, "timeout", "stopping").
+/// One checkout. All operations throw HostError: "git_failed" with git's own words, "not_a_repository" when
+/// its data lies elsewhere, "timeout", "stopping". What is unknown is left out of the answers.
 class Repository {
 public:
-    /// Opens the checkout whose top is `folder` (resolved). Throws HostError "not_a_repository",
-    /// "untrusted_repository" (it belongs to another user), "outside_root" (its git folder lies elsewhere).
-    Repository(const Request& request, std::filesystem::path folder);
+    /// `folder` is resolved. Throws HostError "not_a_repository" when it is not the top of an ordinary one.
+    Repository(std::filesystem::path folder, Deadline deadline);
 
-    const std::filesystem::path& folder() const noexcept { return folder_; }
-    std::string name() const { return folder_.filename().string(); }
-
-    std::optional<std::string> headSha() const;        ///< Nothing before the first commit.
-    std::optional<std::string> currentBranch() const;  ///< Nothing when HEAD is detached.
-    Status status() const;
-    std::vector<Remote> remotes() const;  ///< In the order of the configuration.
-    Json branches() const;                ///< [{name, sha, current, upstream?, …}]
-    Json
-    commits(std::int64_t count) const;  ///< [{sha, authorName, authorEmail, date, subject}], newest first
-    std::vector<std::string> recentShas() const;  ///< Newest first, at most `recentCommitCount`.
-
-    /// The oldest commit without parents; nothing before the first commit and in a shallow clone, whose
-    /// oldest commit is not the project's first.
-    std::optional<std::string> firstCommitSha() const;
+    std::optional<std::string> branch() const;  ///< Nothing when HEAD is detached.
+    Json remotes() const;                       ///< [{name, fetchURL?, pushURL?}], without credentials
+    std::optional<std::string> headSha();       ///< Nothing before the first commit.
+    Json status();                              ///< {counts, files: [{path, code, originalPath?}], complete}
+    Json branches();                            ///< [{name, sha, lastCommitAt}]
+    Json commits(std::int64_t count);  ///< [{sha, authorName, authorEmail, date, subject}], newest first
+    Json fingerprint();                ///< {firstCommitSha?, recentShas}
 
 private:
-    /// The output of a command that has to succeed.
-    std::string ask(const std::vector<std::string>& arguments,
-                    const std::vector<ConfigEntry>& overrides = {}) const;
-    /// The output of a command whose exit code 1 means "there is none"; empty then.
-    std::string askForSome(const std::vector<std::string>& arguments) const;
-    std::filesystem::path askForPath(const char* question) const;
-    std::vector<ConfigEntry> withoutFilters() const;
+    struct Setting {
+        std::string key, value;
+    };
 
-    const Request& request_;
+    /// The output of a command that has to succeed, or to fail in silence with exit code 1 where `orNothing`.
+    std::string ask(const std::vector<std::string>& arguments, bool orNothing = false);
+    void makePrivateFolder();
+
     std::filesystem::path folder_;
+    Deadline deadline_;
+    std::vector<Setting> settings_;
+    std::shared_ptr<const std::filesystem::path> privateFolder_;  ///< Removes itself; made when first needed.
 };
 
-/// The remote a person would mean: "origin", else the first; null when there is none.
-const Remote* primaryRemote(const std::vector<Remote>& remotes);
+/// `url` without user name and password. The user name of an ssh URL stays: it is needed and not a secret.
+std::string withoutCredentials(const std::string& url);
 
 }  // namespace tidewell::standin

@@ -1,8 +1,8 @@
 // main.cpp: arguments, the two switches, wiring; nothing else.
-#include "Catalog.hpp"
-#include "Platform.hpp"
-#include "SocketClient.hpp"
-#include "StdioBridge.hpp"
+#include "Base/Platform.hpp"
+#include "Host/SocketClient.hpp"
+#include "Server/ServerVersion.hpp"
+#include "Server/StdioBridge.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -19,19 +19,21 @@ using namespace tidewell;
 
 void printVersion() {
     const std::string line =
-        "Tidewell " + StdioBridge::serverVersion() + " (protocol " + std::string(protocolVersion) + ")\n";
+        "Tidewell " + serverVersion() + " (protocol " + std::string(protocolVersion) + ")\n";
     static_cast<void>(std::fwrite(line.data(), 1, line.size(), stdout));
     static_cast<void>(std::fflush(stdout));
 }
 
 /// What a client would see first, without a client: the initialize result and the tool table.
 void printSelfTest() {
-    static_cast<void>(socketPathDefault());  // proves that the path can be found; nothing is connected
-    const auto reply = [](int id, JSONValue result) {
-        emitLine(JSONValue::object({{"jsonrpc", "2.0"}, {"id", id}, {"result", std::move(result)}}));
-    };
-    reply(1, StdioBridge::handleInitialize(JSONValue::object({})));
-    reply(2, JSONValue::object({{"tools", Catalog::tools()}}));
+    const SocketClient unused(socketPathDefault());  // nothing is connected
+    for (const auto& [id, method] : {std::pair(1, "initialize"), std::pair(2, "tools/list")}) {
+        ByteBuffer reply;
+        reply.append(R"({"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"result":)");
+        findMethod(method)->handler({"{}", unused, reply});
+        reply.append('}');
+        emitLine(reply);
+    }
 }
 
 }  // namespace
@@ -48,8 +50,7 @@ int main(int argumentCount, char* arguments[]) {
     } else if (given("--selftest")) {
         printSelfTest();
     } else {
-        StdioBridge bridge{SocketClient(socketPathDefault())};
-        bridge.run();
+        StdioBridge(SocketClient(socketPathDefault())).run();
     }
     return 0;
 }

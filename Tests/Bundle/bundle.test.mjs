@@ -2,16 +2,28 @@
 // on no other.
 
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
+import { execFileSync, spawnSync } from 'node:child_process';
 import { existsSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { afterEach, describe, test } from 'node:test';
 
-import * as support from './support.mjs';
+import { Server, golden, startScriptedHost, stopAll, temporaryFolder } from '../Support/support.mjs';
+import * as support from './bundles.mjs';
 
-const { bundles, folder, golden, machinesFor, project, start, systemOf, tool, unpack } = support;
+const { bundles, folder, machinesFor, programs, project, systemOf, tool, unpack } = support;
 
 test('there is a bundle', () => assert.notEqual(bundles.length, 0));
+
+/// Starts a bundle that cannot run: the exit status and all that it wrote.
+function refusal({ command, args, env }, surroundings) {
+    const options = { env: { ...surroundings, ...env }, input: '', encoding: 'utf8' };
+    const { status, stdout, stderr } = spawnSync(command, args, options);
+    return { status, stdout, stderr };
+}
+
+/// A host app that answers every request with the tool's name.
+const startHostApp = (socket) =>
+    startScriptedHost(socket, ({ tool }) => JSON.stringify({ ok: true, result: tool }));
 
 /// For which processors a program is, by its first bytes.
 function processorsOf(program) {
@@ -27,12 +39,12 @@ for (const bundle of bundles) {
     const system = systemOf(bundle);
 
     describe(bundle, () => {
-        afterEach(support.stopAll);
+        afterEach(stopAll);
         const unpacked = unpack(bundle);
         const manifest = support.manifestOf(unpacked);
 
         test('its manifest is valid', () => {
-            execFileSync('node', [join(tool, '@anthropic-ai/mcpb/dist/cli/cli.js'), 'validate', unpacked]);
+            execFileSync('node', [join(tool, 'node_modules/@anthropic-ai/mcpb/dist/cli/cli.js'), 'validate', unpacked]);
             assert.equal(manifest.manifest_version, '0.3');
         });
 
@@ -42,6 +54,8 @@ for (const bundle of bundles) {
             assert.deepEqual(
                 rows.map(([, mode, name]) => `${mode} ${name}`).sort(),
                 [
+                    'rw-r--r-- LIBRARIES',
+                    'rw-r--r-- LICENSE',
                     'rw-r--r-- manifest.json',
                     'rw-r--r-- server/Info.plist',
                     'rwxr-xr-x server/bin/TidewellMCP',
@@ -56,13 +70,15 @@ for (const bundle of bundles) {
             const even = new Date((moment - (moment % 2)) * 1000); // the format knows no odd seconds
             const date = even.toISOString().slice(0, 19).replace(/[-:]/g, '').replace('T', '.');
             const dates = [...listing.matchAll(/ (\d{8}\.\d{6}) /g)].map(([, found]) => found);
-            assert.deepEqual(dates, Array(4).fill(date));
+            assert.deepEqual(dates, Array(6).fill(date));
         });
 
         test('it is the project, in this version', () => {
             const { name, version, description } = manifest;
             assert.deepEqual({ version, description }, project);
             assert.equal(bundle, `${name}-${version}-${system}.mcpb`);
+            assert.equal(manifest.license, 'MIT');
+            assert.match(readFileSync(join(unpacked, 'LICENSE'), 'utf8'), /^MIT License\n/);
             assert.ok(readFileSync(join(unpacked, 'server/Info.plist'), 'utf8').includes(`<string>${version}<`));
         });
 
@@ -91,14 +107,14 @@ for (const bundle of bundles) {
             const configuration = await support.configurationOf(unpacked);
             const others = Object.values(machinesFor).flat().concat('Linux i686', 'Linux riscv64', 'FreeBSD amd64');
             for (const machine of others.filter((other) => !machinesFor[system].includes(other))) {
-                const PATH = support.programs({ uname: `echo ${machine}` });
-                const { status, rest, complaints } = await start(configuration, { PATH }).finish();
-                assert.deepEqual({ status, rest }, { status: 1, rest: [] });
-                assert.equal(
-                    complaints,
-                    `TidewellMCP: this bundle is for ${system} and cannot run on ${machine}; ` +
+                const PATH = programs({ uname: `echo ${machine}` });
+                assert.deepEqual(refusal(configuration, { PATH }), {
+                    status: 1,
+                    stdout: '',
+                    stderr:
+                        `TidewellMCP: this bundle is for ${system} and cannot run on ${machine}; ` +
                         'install the bundle that is made for it\n',
-                );
+                });
             }
         });
 
@@ -107,39 +123,41 @@ for (const bundle of bundles) {
             test(name, { skip: prepare ? false : 'its program cannot run here', timeout: 60_000 }, body);
 
         /// One whole conversation: the version, the tool list, a call, the end.
-        async function converse(configuration, surroundings, answer) {
-            const server = start(configuration, surroundings);
-            const { serverInfo } = await server.ask('initialize', {
+        async function converse({ command, args, env }, surroundings, answer) {
+            const server = new Server({ ...surroundings, ...env }, [command, ...args]);
+            const ask = async (method, params) =>
+                (await server.ask({ jsonrpc: '2.0', id: 1, method, params })).result;
+            const { serverInfo } = await ask('initialize', {
                 protocolVersion: '2025-11-25',
                 capabilities: {},
                 clientInfo: { name: 'bundle-tests', version: '1' },
             });
             assert.deepEqual(serverInfo, { name: 'Tidewell', version: project.version });
-            const { tools } = await server.ask('tools/list');
+            const { tools } = await ask('tools/list');
             assert.deepEqual(
                 tools.map(({ name, description }) => ({ name, description })),
                 manifest.tools,
             );
-            const result = await server.ask('tools/call', { name: 'list_accounts' });
+            const result = await ask('tools/call', { name: 'list_accounts' });
             assert.match(result.content[0].text, answer);
-            assert.deepEqual(await server.finish(), { status: 0, rest: [], complaints: '' });
+            await server.finish();
         }
 
         running('without its execute bits, it answers by the socket that the user has named', async () => {
-            const [home, fresh] = [support.temporaryFolder(), unpack(bundle)];
+            const [home, fresh] = [temporaryFolder(), unpack(bundle)];
             const PATH = prepare(fresh);
             const socket = join(home, 'a socket');
-            await support.startHostApp(socket);
+            await startHostApp(socket);
             const configuration = await support.configurationOf(fresh, { socket_path: socket });
             await converse(configuration, { HOME: home, PATH }, /^"list_accounts"$/);
             assert.deepEqual(readdirSync(home), ['a socket'], 'nothing was written outside of the bundle');
         });
 
         running('with no socket named, it takes the usual one', async () => {
-            const [home, fresh] = [support.temporaryFolder(), unpack(bundle)];
+            const [home, fresh] = [temporaryFolder(), unpack(bundle)];
             const PATH = prepare(fresh);
             const socket = join(home, 'Library/Application Support/Tidewell/tidewell-agent.sock');
-            await support.startHostApp(socket);
+            await startHostApp(socket);
             const configuration = await support.configurationOf(fresh);
             await converse(configuration, { HOME: home, PATH }, /^"list_accounts"$/);
 
@@ -151,11 +169,11 @@ for (const bundle of bundles) {
         function lockedPath(fresh) {
             const path = prepare(fresh);
             const chmod = `case $2 in '${fresh}'*) exit 1 ;; esac\nPATH='${path}' exec chmod "$@"`;
-            return support.programs({ chmod }, path);
+            return programs({ chmod }, path);
         }
 
         running('in a folder that cannot be changed, it runs from a copy, which follows the bundle', async () => {
-            const [home, fresh] = [support.temporaryFolder(), unpack(bundle)];
+            const [home, fresh] = [temporaryFolder(), unpack(bundle)];
             const surroundings = { HOME: home, PATH: lockedPath(fresh) };
             const configuration = await support.configurationOf(fresh);
             await converse(configuration, surroundings, /app_not_running/);
@@ -177,16 +195,15 @@ for (const bundle of bundles) {
             const fresh = unpack(bundle);
             const configuration = await support.configurationOf(fresh);
             for (const home of [{}, { HOME: '/dev/null' }]) {
-                const server = start(configuration, { ...home, PATH: lockedPath(fresh) });
-                assert.deepEqual(await server.finish(), {
+                assert.deepEqual(refusal(configuration, { ...home, PATH: lockedPath(fresh) }), {
                     status: 1,
-                    rest: [],
-                    complaints: `TidewellMCP: ${fresh}/server/bin/TidewellMCP cannot be made executable\n`,
+                    stdout: '',
+                    stderr: `TidewellMCP: ${fresh}/server/bin/TidewellMCP cannot be made executable\n`,
                 });
             }
-            const HOME = support.temporaryFolder();
-            const PATH = support.programs({ mv: 'exit 1' }, lockedPath(fresh));
-            assert.equal((await start(configuration, { HOME, PATH }).finish()).status, 1);
+            const HOME = temporaryFolder();
+            const PATH = programs({ mv: 'exit 1' }, lockedPath(fresh));
+            assert.equal(refusal(configuration, { HOME, PATH }).status, 1);
             const left = readdirSync(HOME, { recursive: true, withFileTypes: true });
             assert.deepEqual(left.filter((entry) => entry.isFile()), [], 'no half-made copy stays');
         });

@@ -3,18 +3,18 @@
 import assert from 'node:assert/strict';
 import { createHash } from 'node:crypto';
 import { existsSync, readFileSync } from 'node:fs';
-import { createRequire } from 'node:module';
 import { join } from 'node:path';
 import { test } from 'node:test';
 
-import { bundles, checkout, folder, project, tool } from './support.mjs';
+import { checkout, packagesIn } from '../Support/support.mjs';
+import { bundles, folder, project, tool } from './bundles.mjs';
 
 const server = JSON.parse(readFileSync(join(folder, 'server.json'), 'utf8'));
 const schema = process.env.SERVER_SCHEMA ?? join(checkout, '../shared/server.schema-2025-12-11.json');
 
 const skip = process.env.SERVER_SCHEMA || existsSync(schema) ? false : 'SERVER_SCHEMA names no file';
 test('it is valid by the registry\'s schema', { skip }, () => {
-    const load = createRequire(join(tool, 'package.json'));
+    const load = packagesIn(tool);
     const ajv = new (load('ajv').default)({ strict: false, allErrors: true });
     load('ajv-formats').default(ajv);
     const rules = JSON.parse(readFileSync(schema, 'utf8'));
@@ -27,6 +27,7 @@ test('it is the project, in this version, in no more words than the registry tak
     const { version, description } = server;
     assert.deepEqual({ version, description }, project);
     assert.ok(description.length <= 100);
+    assert.equal(server._meta['io.modelcontextprotocol.registry/publisher-provided'].license, 'MIT');
     assert.match(server.name, /^[a-z0-9.-]+\/tidewell-mcp$/);
 });
 

@@ -1,43 +1,17 @@
-// inspector.test.mjs: the MCP Inspector's command line, once per method it offers, with the stand-in host app
+// inspector.test.mjs: the MCP Inspector's command line, once per method it offers, with a scripted host app
 // behind the server. Each run is a client of its own: start, handshake, one request, end.
 
 import assert from 'node:assert/strict';
-import { mkdirSync } from 'node:fs';
 import { dirname, join } from 'node:path';
-import { after, before } from 'node:test';
+import { after, before, test } from 'node:test';
 import {
-    endOf,
-    golden,
-    load,
-    makeLauncher,
-    makeRepository,
-    startProcess,
-    startStandIn,
-    temporaryFolder,
-    test,
-} from './support.mjs';
+    endOf, golden, makeLauncher, packagesIn, setting, startProcess, startScriptedHost, temporaryFolder,
+} from '../Support/support.mjs';
 
+const load = packagesIn(setting('CLIENTS_BUILD'));
 const folder = temporaryFolder();
-const root = join(folder, 'root');
 const socket = join(folder, 'agent.sock');
 const launcher = makeLauncher(folder);
-
-/// The Inspector asks for a newer Node than the tests do, so it brings its own.
-function nodeForInspector() {
-    for (const name of [
-        `node-${process.platform}-${process.arch}`,
-        `node-bin-${process.platform}-${process.arch}`,
-    ]) {
-        try {
-            return join(dirname(load.resolve(`${name}/package.json`)), 'bin/node');
-        } catch {
-            // not for this system
-        }
-    }
-    return process.execPath;
-}
-
-const node = nodeForInspector();
 const inspector = join(
     dirname(load.resolve('@modelcontextprotocol/inspector/package.json')),
     'clients/launcher/build/index.js',
@@ -48,7 +22,7 @@ const inspector = join(
 async function inspect(method, ...options) {
     const endsBefore = launcher.ends().length;
     const child = startProcess(
-        node,
+        process.execPath,
         [
             inspector,
             '--cli',
@@ -87,14 +61,19 @@ async function result(method, ...options) {
 
 const textOf = ({ content }) => JSON.parse(content[0].text);
 
-let git;
-let standIn;
-before(async () => {
-    mkdirSync(root);
-    git = makeRepository(join(root, 'notes'));
-    standIn = await startStandIn(root, socket);
-});
-after(() => standIn.stop());
+const refused = { code: 'denied', message: 'Not this one.', hint: 'Ask the user.' };
+const answers = {
+    read_git_commits: { ok: true, result: { commits: [{ subject: 'Zweite Fassung → besser' }] } },
+    'tidewell://settings': { ok: true, result: { theme: 'light' } },
+};
+
+let host;
+const startHost = () =>
+    startScriptedHost(socket, ({ tool, args }) =>
+        JSON.stringify(answers[args.uri ?? tool] ?? { ok: false, error: refused }),
+    );
+before(async () => (host = await startHost()));
+after(() => host?.stop());
 
 test('initialize shows who answers', async () => {
     const { serverInfo, protocolVersion, capabilities } = await result('initialize');
@@ -107,32 +86,18 @@ test('tools/list shows the catalog, and the strict look at the schemas finds not
     assert.deepEqual(await result('tools/list', '--strict'), { tools: golden('tools') });
 });
 
-test('tools/call takes arguments as pairs and as JSON', async () => {
-    for (const given of [
-        ['--tool-arg', 'path=notes', 'limit=1'],
-        ['--tool-args-json', '{"path":"notes","limit":1}'],
+test('tools/call takes arguments as pairs, as JSON and none, and metadata besides', async () => {
+    for (const [given, args] of [
+        [['--tool-arg', 'path=notes', 'limit=1'], { path: 'notes', limit: true }],
+        [['--tool-args-json', '{"path":"notes","limit":2}'], { path: 'notes', limit: 2 }],
+        [[], {}],
+        [['--tool-metadata', 'k=v'], {}],
     ]) {
         const answer = await result('tools/call', '--tool-name', 'read_git_commits', ...given);
         assert.equal(answer.isError, false);
-        assert.deepEqual(
-            textOf(answer).commits.map(({ sha }) => sha),
-            [git('rev-parse', 'HEAD')],
-        );
+        assert.deepEqual(textOf(answer), answers.read_git_commits.result);
+        assert.deepEqual(host.envelopes.at(-1).args, args);
     }
-});
-
-test('tools/call takes no arguments and metadata besides', async () => {
-    const answer = await result(
-        'tools/call',
-        '--tool-name',
-        'list_local_repositories',
-        '--tool-metadata',
-        'k=v',
-    );
-    assert.deepEqual(
-        textOf(answer).repositories.map(({ repoId }) => repoId),
-        ['notes'],
-    );
 });
 
 test('tools/call shows a refusal as the failed result it is', async () => {
@@ -140,7 +105,7 @@ test('tools/call shows a refusal as the failed result it is', async () => {
     assert.equal(status, 5);
     assert.equal(error.code, 'tool_is_error');
     assert.equal(answer.isError, true);
-    assert.equal(textOf(answer).error.code, 'not_supported');
+    assert.deepEqual(textOf(answer).error, refused);
 });
 
 test('resources/list and resources/templates/list show the resources and no templates', async () => {
@@ -149,17 +114,16 @@ test('resources/list and resources/templates/list show the resources and no temp
 });
 
 test('resources/read shows a resource', async () => {
-    const uri = 'tidewell://repositories/local';
-    const { contents } = await result('resources/read', '--uri', uri);
-    assert.equal(contents.length, 1);
-    assert.equal(contents[0].uri, uri);
-    assert.equal(JSON.parse(contents[0].text).repositories[0].repoId, 'notes');
+    const uri = 'tidewell://settings';
+    assert.deepEqual(await result('resources/read', '--uri', uri), {
+        contents: [{ uri, mimeType: 'application/json', text: '{"theme":"light"}' }],
+    });
 });
 
 test('resources/read reports what the host refuses', async () => {
-    const { status, error } = await inspect('resources/read', '--uri', 'tidewell://settings');
+    const { status, error } = await inspect('resources/read', '--uri', 'tidewell://accounts');
     assert.equal(status, 1);
-    assert.match(error.message, /tidewell:\/\/settings/);
+    assert.match(error.message, /Not this one\./);
 });
 
 test('prompts/list and prompts/get show the prompts', async () => {
@@ -187,12 +151,12 @@ test('a client that knows newer protocols only is told that the method is missin
 });
 
 test('without a host app the Inspector shows the one sentence', async () => {
-    await standIn.stop();
+    await host.stop();
     const { status, result: answer } = await inspect('tools/call', '--tool-name', 'list_local_repositories');
     assert.equal(status, 5);
     assert.deepEqual(textOf(answer).error, {
         code: 'app_not_running',
         message: 'Tidewell is not running — start the app to use this tool.',
     });
-    standIn = await startStandIn(root, socket);
+    host = await startHost();
 });

@@ -1,7 +1,9 @@
 // Conversation.hpp: a bridge in this process, from a whole input to a whole output.
 #pragma once
 
-#include "StdioBridge.hpp"
+#include "Server/StdioBridge.hpp"
+
+#include "ExactJSON.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -10,28 +12,39 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tidewell::test {
 
-/// Everything the bridge writes while it reads `input` to its end. Files stand in for the client's pipes, so
-/// that nothing here can block.
-inline std::string converse(std::string_view input,
-                            const std::string& socketPath = "/nonexistent/host.sock") {
+struct Conversation {
+    std::string output;
+    StdioBridge::Ending ending;
+};
+
+/// A bridge reads `input` to its end. Files stand in for the client's pipes, so that nothing here can block.
+inline Conversation hold(std::string_view input, const std::string& socketPath = "/nonexistent/host.sock") {
     std::FILE* const in = std::tmpfile();
     std::FILE* const out = std::tmpfile();
     if (in == nullptr || out == nullptr) throw std::runtime_error("no temporary file");
     std::fwrite(input.data(), 1, input.size(), in);
     std::rewind(in);
 
-    StdioBridge(SocketClient(socketPath), ::fileno(in), ::fileno(out)).run();
+    const StdioBridge::Ending ending =
+        StdioBridge(SocketClient(socketPath), ::fileno(in), ::fileno(out)).run();
 
     std::string output(static_cast<std::size_t>(::lseek(::fileno(out), 0, SEEK_END)), '\0');
     const ssize_t count = ::pread(::fileno(out), output.data(), output.size(), 0);
     if (count != static_cast<ssize_t>(output.size())) throw std::runtime_error("short read");
     std::fclose(in);
     std::fclose(out);
-    return output;
+    return {std::move(output), ending};
+}
+
+/// Everything the bridge writes.
+inline std::string converse(std::string_view input,
+                            const std::string& socketPath = "/nonexistent/host.sock") {
+    return hold(input, socketPath).output;
 }
 
 /// The replies as JSON, one a line, read by a library of its own.
@@ -39,7 +52,7 @@ inline std::vector<nlohmann::json> repliesTo(std::string_view input,
                                              const std::string& socketPath = "/nonexistent/host.sock") {
     std::vector<nlohmann::json> replies;
     std::istringstream stream(converse(input, socketPath));
-    for (std::string line; std::getline(stream, line);) replies.push_back(nlohmann::json::parse(line));
+    for (std::string line; std::getline(stream, line);) replies.push_back(parseUnique(line));
     return replies;
 }
 

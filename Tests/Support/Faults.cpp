@@ -38,6 +38,20 @@ State& state() {
 
 std::atomic<std::size_t> refusedSize{SIZE_MAX};
 
+std::atomic<bool> isCounting{false};
+std::atomic<int> allocations{0};
+std::atomic<int> firstRefused{Allocations::never};
+std::atomic<int> lastRefused{Allocations::never};
+thread_local bool isSpared = false;
+
+/// Counts an allocation and says whether it is one that shall fail.
+bool isRefused(std::size_t size) {
+    if (size >= refusedSize) return true;
+    if (!isCounting || isSpared) return false;
+    const int number = allocations++;
+    return number >= firstRefused && number <= lastRefused;
+}
+
 /// Counts a call and says whether it is one that shall fail.
 bool isHit(Call call) {
     const std::lock_guard lock(state().mutex);
@@ -61,7 +75,7 @@ ssize_t moved(Call call, std::size_t size, Real real) {
     if (!isHit(call)) return real(size);
     if (state().fault.error == 0) return real(std::min(size, state().fault.atMost));
     errno = state().fault.error;
-    return -1;
+    return state().fault.result;
 }
 
 bool holds(const std::set<int>& descriptors, int descriptor) {
@@ -102,6 +116,18 @@ int Faults::calls() const {
 LittleMemory::LittleMemory(std::size_t bytes) { refusedSize = bytes; }
 LittleMemory::~LittleMemory() { refusedSize = SIZE_MAX; }
 
+Allocations::Allocations(int first, int last) {
+    allocations = 0;
+    firstRefused = first;
+    lastRefused = last;
+    isCounting = true;
+}
+Allocations::~Allocations() { isCounting = false; }
+int Allocations::count() const { return allocations; }
+
+SparedThread::SparedThread() { isSpared = true; }
+SparedThread::~SparedThread() { isSpared = false; }
+
 }  // namespace tidewell::test
 
 // The linker's names for "the wrapped call" and "the call itself".
@@ -110,6 +136,7 @@ extern "C" {
 
 using tidewell::test::Call;
 using tidewell::test::holds;
+using tidewell::test::isRefused;
 using tidewell::test::made;
 using tidewell::test::moved;
 using tidewell::test::remember;
@@ -188,22 +215,18 @@ int __wrap_madvise(void* start, size_t size, int advice) {
 
 // Buffers and arenas ask the C library; the rest of the C++ side comes through operator new below.
 void* __real_malloc(size_t);
-void* __wrap_malloc(size_t size) {
-    return size < tidewell::test::refusedSize ? __real_malloc(size) : nullptr;
-}
+void* __wrap_malloc(size_t size) { return isRefused(size) ? nullptr : __real_malloc(size); }
 
 void* __real_realloc(void*, size_t);
 void* __wrap_realloc(void* memory, size_t size) {
-    return size < tidewell::test::refusedSize ? __real_realloc(memory, size) : nullptr;
+    return isRefused(size) ? nullptr : __real_realloc(memory, size);
 }
 
 }  // extern "C"
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 void* operator new(std::size_t size) {
-    if (size < tidewell::test::refusedSize) {
-        if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
-    }
+    if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;  // the wrapped one
     throw std::bad_alloc();
 }
 void operator delete(void* memory) noexcept { std::free(memory); }

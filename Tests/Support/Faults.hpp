@@ -2,6 +2,7 @@
 // the C library (-Wl,--wrap=…), in the one test program that asks for it.
 #pragma once
 
+#include <climits>
 #include <cstddef>
 #include <initializer_list>
 #include <string>
@@ -34,6 +35,7 @@ enum class Call {
 /// What a call does instead of its whole work.
 struct Fault {
     int error = 0;           ///< fails with this errno
+    int result = -1;         ///< and returns this
     std::size_t atMost = 0;  ///< or moves no more than so many bytes
     int after = 0;           ///< how many calls go well before it
     int times = 1;           ///< how often in a row
@@ -59,6 +61,29 @@ public:
     LittleMemory(const LittleMemory&) = delete;
     LittleMemory& operator=(const LittleMemory&) = delete;
     ~LittleMemory();
+};
+
+/// Counts the program's allocations from its construction to its end and refuses those from number `first` on, up
+/// to number `last`; 0 is the first of all. One at a time.
+class Allocations {
+public:
+    explicit Allocations(int first = never, int last = never);
+    Allocations(const Allocations&) = delete;
+    Allocations& operator=(const Allocations&) = delete;
+    ~Allocations();
+
+    static constexpr int never = INT_MAX;
+    /// How many there were, refused ones included.
+    int count() const;
+};
+
+/// What this thread allocates neither counts nor fails while one of these lives: for the host app's side.
+class SparedThread {
+public:
+    SparedThread();
+    SparedThread(const SparedThread&) = delete;
+    SparedThread& operator=(const SparedThread&) = delete;
+    ~SparedThread();
 };
 
 }  // namespace tidewell::test

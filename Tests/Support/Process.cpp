@@ -1,6 +1,7 @@
 #include "Process.hpp"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -22,6 +23,8 @@ namespace tidewell::test {
 
 namespace {
 
+constexpr int mostSilence = 150'000;  // in milliseconds: longer than the longest wait for a host app
+
 std::array<int, 2> makePipe() {
     std::array<int, 2> ends{};
     if (::pipe(ends.data()) != 0) throw std::runtime_error("pipe failed");
@@ -39,7 +42,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 
 }  // namespace
 
-Process::Process(const Options& options) {
+Process::Process(const Options& options) : mayUseErrors_(options.mayUseErrors) {
     ::signal(SIGPIPE, SIG_IGN);  // a child that went early must not take the tests along
 
     std::array<int, 2> in = {options.input, -1};
@@ -87,6 +90,7 @@ Process::~Process() {
     closeInput();
     closeOutput();
     if (!status_) wait(0);
+    if (!mayUseErrors_ && !errors().empty()) ADD_FAILURE() << "on standard error: " << errors();
     ::close(errors_);
 }
 
@@ -111,18 +115,21 @@ bool Process::readMore(int timeoutMilliseconds) {
 
 std::optional<std::string> Process::readLine() {
     for (;;) {
-        if (const auto end = received_.find('\n'); end != std::string::npos) {
+        if (const auto end = received_.find('\n', scanned_); end != std::string::npos) {
             std::string line = received_.substr(0, end);
             received_.erase(0, end + 1);
+            scanned_ = 0;
             return line;
         }
-        if (!readMore(10'000)) return std::nullopt;
+        scanned_ = received_.size();
+        if (!readMore(mostSilence)) return std::nullopt;
     }
 }
 
 std::string Process::readAll() {
-    while (readMore(150'000)) {
+    while (readMore(mostSilence)) {
     }
+    scanned_ = 0;
     return std::exchange(received_, {});
 }
 

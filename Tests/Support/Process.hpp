@@ -24,6 +24,8 @@ public:
         /// Descriptors to hand over instead of pipes of our own; -1 for a pipe.
         int input = -1;
         int output = -1;
+        /// The server never uses standard error, so a test fails when its child did; other programs may.
+        bool mayUseErrors = false;
     };
 
     explicit Process(const Options& options);
@@ -35,14 +37,14 @@ public:
     pid_t id() const { return id_; }
     void write(std::string_view bytes) const;
     void writeLine(std::string_view line) const { write(std::string(line) + "\n"); }
-    /// The next line of output without its line feed; nothing at the end of output or after ten seconds.
+    /// The next line of output without its line feed; nothing at the end of output or when none comes for long.
     std::optional<std::string> readLine();
     /// All that is still to come until the end of output.
     std::string readAll();
     void closeInput();
     void closeOutput();
     /// Waits for the end; the child is killed after `timeoutSeconds`, and -9 tells of it.
-    ExitStatus wait(int timeoutSeconds = 10);
+    ExitStatus wait(int timeoutSeconds = 60);
     bool isRunning();
     /// What came on standard error until now.
     std::string errors() const;
@@ -56,6 +58,8 @@ private:
     int input_ = -1;
     int output_ = -1;
     int errors_ = -1;
+    bool mayUseErrors_;
+    std::size_t scanned_ = 0;  // so much of what was received has no line feed
     std::string received_;
     std::optional<ExitStatus> status_;
     double processorSeconds_ = 0;

@@ -1,12 +1,16 @@
 #include "ScriptedHost.hpp"
 
+#include "ExactJSON.hpp"
+
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <regex>
 #include <stdexcept>
 #include <utility>
 
@@ -14,12 +18,14 @@ namespace tidewell::test {
 
 std::string HostConnection::readEnvelope() const {
     std::string line;
-    std::array<char, 65536> chunk{};
+    std::array<char, 65536> chunk;  // not cleared: benchmarks would measure that
     for (;;) {
         const ssize_t count = ::recv(descriptor_, chunk.data(), chunk.size(), 0);
         if (count <= 0) return line;
-        line.append(chunk.data(), static_cast<std::size_t>(count));
-        if (const auto end = line.find('\n'); end != std::string::npos) return line.substr(0, end);
+        const std::string_view bytes(chunk.data(), static_cast<std::size_t>(count));
+        const std::size_t end = bytes.find('\n');
+        line += bytes.substr(0, end);
+        if (end != bytes.npos) return line;
     }
 }
 
@@ -31,9 +37,17 @@ void HostConnection::write(std::string_view bytes) const {
     }
 }
 
+void HostConnection::writeInPieces(std::string_view bytes, std::size_t size) const {
+    for (; !bytes.empty(); bytes.remove_prefix(std::min(size, bytes.size()))) write(bytes.substr(0, size));
+}
+
 ScriptedHost::ScriptedHost(std::string path)
     : socketPath_(path.empty() ? folder_ / "host.sock" : std::move(path)),
-      listener_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
+      listener_(::socket(AF_UNIX, SOCK_STREAM, 0)),
+      otherwise_([this](const HostConnection& connection) {
+          readAndRecord(connection);
+          connection.write("{\"ok\":true}\n");
+      }) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (socketPath_.size() >= sizeof address.sun_path) throw std::runtime_error("socket path too long");
@@ -45,9 +59,13 @@ ScriptedHost::ScriptedHost(std::string path)
     thread_ = std::thread(&ScriptedHost::serve, this);
 }
 
-ScriptedHost::~ScriptedHost() {
+void ScriptedHost::stop() {
     stopping_ = true;
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
+}
+
+ScriptedHost::~ScriptedHost() {
+    stop();
     ::close(listener_);
     ::unlink(socketPath_.c_str());
 }
@@ -63,18 +81,14 @@ void ScriptedHost::serve() {
         Behaviour behaviour;
         {
             const std::lock_guard lock(mutex_);
-            if (!behaviours_.empty()) {
+            if (behaviours_.empty()) {
+                behaviour = otherwise_;
+            } else {
                 behaviour = std::move(behaviours_.front());
                 behaviours_.pop_front();
             }
         }
-        const HostConnection connection(descriptor);
-        if (behaviour) {
-            behaviour(connection);
-        } else {
-            readAndRecord(connection);
-            connection.write("{\"ok\":true}\n");
-        }
+        behaviour(HostConnection(descriptor));
         ::close(descriptor);
     }
 }
@@ -82,18 +96,45 @@ void ScriptedHost::serve() {
 std::string ScriptedHost::readAndRecord(const HostConnection& connection) {
     std::string line = connection.readEnvelope();
     const std::lock_guard lock(mutex_);
-    received_.push_back(nlohmann::json::parse(line, nullptr, false));
+    received_.push_back(line);
     return line;
 }
 
 std::vector<nlohmann::json> ScriptedHost::received() const {
     const std::lock_guard lock(mutex_);
-    return received_;
+    std::vector<nlohmann::json> envelopes;
+    for (const std::string& line : received_) envelopes.push_back(parseUnique(line));
+    return envelopes;
+}
+
+std::vector<std::string> ScriptedHost::exactEnvelopes() const {
+    static const std::regex requestId(
+        R"(,"requestId":"[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}")");
+    const std::lock_guard lock(mutex_);
+    std::vector<std::string> envelopes;
+    for (const std::string& line : received_) {
+        const std::string envelope = exact(line);
+        envelopes.push_back(
+            std::regex_replace(envelope, requestId, "", std::regex_constants::format_first_only));
+        if (envelopes.back().size() == envelope.size()) throw std::runtime_error("no request id: " + line);
+    }
+    return envelopes;
+}
+
+bool ScriptedHost::isAnotherWaiting(int milliseconds) const {
+    pollfd waiting{.fd = listener_, .events = POLLIN, .revents = 0};
+    return ::poll(&waiting, 1, milliseconds) > 0;
 }
 
 ScriptedHost& ScriptedHost::then(Behaviour behaviour) {
     const std::lock_guard lock(mutex_);
     behaviours_.push_back(std::move(behaviour));
+    return *this;
+}
+
+ScriptedHost& ScriptedHost::otherwise(Behaviour behaviour) {
+    const std::lock_guard lock(mutex_);
+    otherwise_ = std::move(behaviour);
     return *this;
 }
 
@@ -128,10 +169,7 @@ ScriptedHost& ScriptedHost::repliesWithoutLineFeed(std::string text) { return re
 ScriptedHost& ScriptedHost::repliesInPieces(std::string text, std::size_t pieceSize) {
     return then([this, text = std::move(text) + '\n', pieceSize](const HostConnection& connection) {
         readAndRecord(connection);
-        for (std::string_view rest = text; !rest.empty();
-             rest.remove_prefix(std::min(pieceSize, rest.size()))) {
-            connection.write(rest.substr(0, pieceSize));
-        }
+        connection.writeInPieces(text, pieceSize);
     });
 }
 

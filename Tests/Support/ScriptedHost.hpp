@@ -1,7 +1,7 @@
 // ScriptedHost.hpp: a host app that does exactly what a test tells it to, damage included.
 //
 // Each connection gets the next behaviour in the order in which they were added; when none is left, the host
-// answers {"ok":true}. It runs on a thread of its own and ends with the object.
+// answers {"ok":true}, or does what otherwise() says. It runs on a thread of its own and ends with the object.
 #pragma once
 
 #include "TemporaryFolder.hpp"
@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include <atomic>
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -28,6 +29,7 @@ public:
     std::string readEnvelope() const;
     /// Writes everything, or stops when the other side has gone.
     void write(std::string_view bytes) const;
+    void writeInPieces(std::string_view bytes, std::size_t size) const;
 
 private:
     int descriptor_;
@@ -44,9 +46,15 @@ public:
     ~ScriptedHost();
 
     const std::string& socketPath() const { return socketPath_; }
-    /// The envelopes read so far, in order.
+    /// The envelopes read so far, in order. Throws when one has a member twice or is not JSON.
     std::vector<nlohmann::json> received() const;
+    /// The same as exact() spells them (ExactJSON.hpp), each without its request id, which has to be a UUID.
+    std::vector<std::string> exactEnvelopes() const;
     int connections() const { return connections_; }
+    /// Ends the thread, once the connection at hand is served: what a behaviour wrote may be read then.
+    void stop();
+    /// Whether somebody connects, or has connected, while the connection at hand is served.
+    bool isAnotherWaiting(int milliseconds) const;
 
     // The vocabulary. All but the first two read the envelope first.
     ScriptedHost& closesAtOnce();  ///< without reading: what the server wrote is lost
@@ -62,6 +70,8 @@ public:
     /// `name` is one of the words above; `text` its argument. For conversations kept in files.
     ScriptedHost& does(std::string_view name, std::string text);
     ScriptedHost& then(Behaviour behaviour);
+    /// For every connection that finds no behaviour left.
+    ScriptedHost& otherwise(Behaviour behaviour);
 
 private:
     void serve();
@@ -74,7 +84,8 @@ private:
     std::atomic<bool> stopping_{false};
     mutable std::mutex mutex_;
     std::deque<Behaviour> behaviours_;
-    std::vector<nlohmann::json> received_;
+    Behaviour otherwise_;
+    std::vector<std::string> received_;
     std::thread thread_;
 };
 

@@ -1,5 +1,7 @@
 #include "SoakHost.hpp"
 
+#include "ExactJSON.hpp"
+
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -82,7 +84,7 @@ void SoakHost::leave(bool refuses) const {
 }
 
 void SoakHost::check(const std::string& line, const std::string& tool, const json& args) {
-    const json envelope = json::parse(line, nullptr, false);
+    const json envelope = uniqueOrDiscarded(line);
     const json given = envelope.is_object() ? envelope.value("requestId", json()) : json();
     const std::string id = given.is_string() ? given.get<std::string>() : "";
     const bool isUUID = id.size() == 36 && id.find_first_not_of("0123456789ABCDEF-") == std::string::npos;
@@ -113,8 +115,7 @@ SoakHost::Script SoakHost::repliesInPieces() {
     const json reply = {{"ok", true}, {"result", random_.string()}};
     const std::size_t size = 1 + random_.upTo(3);
     return {{End::replied, reply}, [text = reply.dump() + '\n', size](const HostConnection& connection) {
-                for (std::size_t at = 0; at < text.size(); at += size)
-                    connection.write(text.substr(at, size));
+                connection.writeInPieces(text, size);
             }};
 }
 

@@ -3,6 +3,7 @@
 
 #include <stdlib.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -14,8 +15,10 @@ namespace tidewell::test {
 class TemporaryFolder {
 public:
     TemporaryFolder() {
-        // Not below the build folder: a socket's path must stay short.
-        std::string pattern = "/tmp/tidewell-test-XXXXXX";
+        // A socket's path must stay short: neither below the build folder nor in a long TMPDIR.
+        const char* const named = std::getenv("TMPDIR");
+        const std::string base = named != nullptr && std::string_view(named).size() <= 20 ? named : "/tmp";
+        std::string pattern = base + "/tidewell-test-XXXXXX";
         if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
         path_ = pattern;
     }

@@ -1,0 +1,83 @@
+#include "Base/Platform.hpp"
+
+#include <malloc.h>
+#include <pwd.h>
+#include <sys/mman.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace tidewell::Platform {
+
+std::optional<std::string> executablePath() {
+    for (std::size_t capacity = 256; capacity <= 65536; capacity *= 2) {
+        std::string path(capacity, '\0');
+        const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+        if (length < 0) break;
+        if (static_cast<std::size_t>(length) == capacity) continue;  // it may have been cut
+        path.resize(static_cast<std::size_t>(length));
+        return path;
+    }
+    // No /proc, as in some containers and change-root trees.
+    if (program_invocation_name == nullptr || *program_invocation_name == '\0') return std::nullopt;
+    return program_invocation_name;
+}
+
+std::string homeDirectory() {
+    // Only read here, and before the program's second thread exists.
+    const char* const home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe)
+    if (home != nullptr && *home != '\0') return home;
+    // The file itself rather than getpwuid(): a statically linked program has no name-service switch.
+    const std::unique_ptr<FILE, int (*)(FILE*)> users(std::fopen("/etc/passwd", "re"), &std::fclose);
+    if (users == nullptr) return "/";
+    const uid_t self = ::getuid();
+    while (const passwd* const user = ::fgetpwent(users.get())) {
+        if (user->pw_uid == self && user->pw_dir != nullptr && *user->pw_dir != '\0') return user->pw_dir;
+    }
+    return "/";
+}
+
+std::string_view bundleInformation() { return {}; }
+
+const std::size_t socketPathCapacity = sizeof(sockaddr_un::sun_path);
+
+int openStreamSocket() { return ::socket(AF_UNIX, SOCK_STREAM, 0); }
+
+ssize_t sendBytes(int socket, std::string_view bytes) {
+    return ::send(socket, bytes.data(), std::min(bytes.size(), largestTransfer), MSG_NOSIGNAL);
+}
+
+ssize_t writeBytes(int descriptor, std::string_view bytes) {
+    return ::write(descriptor, bytes.data(), std::min(bytes.size(), largestTransfer));
+}
+
+void configureMemory() noexcept {
+#ifdef __GLIBC__
+    // By default malloc keeps the memory of a large reply, although the next may be days away.
+    constexpr int largeBlock = 256 << 10;
+    ::mallopt(M_MMAP_THRESHOLD, largeBlock);
+    ::mallopt(M_TRIM_THRESHOLD, largeBlock);
+#endif
+}
+
+void preferLargePages(void* block, std::size_t size) noexcept {
+    constexpr std::size_t largePage = std::size_t{2} << 20;
+    if (size < largePage) return;
+    // Outward to whole pages: a rest left out would be a mapping of its own, and realloc() could not move
+    // both. The kernel rounds the end up by itself.
+    const auto pageSize = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t before = reinterpret_cast<std::uintptr_t>(block) % pageSize;
+    ::madvise(static_cast<char*>(block) - before, before + size, MADV_HUGEPAGE);  // advisory
+}
+
+bool fillRandom(std::span<unsigned char> bytes) { return ::getentropy(bytes.data(), bytes.size()) == 0; }
+
+}  // namespace tidewell::Platform

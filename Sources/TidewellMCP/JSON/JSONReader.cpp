@@ -1,0 +1,238 @@
+#include "JSON/JSONReader.hpp"
+
+#include "Base/UTF8.hpp"
+
+#include <cmath>
+#include <utility>
+
+namespace tidewell {
+
+namespace {
+
+constexpr bool isDigit(char byte) noexcept { return byte >= '0' && byte <= '9'; }
+
+constexpr bool mayBeInNumber(char byte) noexcept {
+    return isDigit(byte) || byte == '-' || byte == '+' || byte == '.' || byte == 'e' || byte == 'E';
+}
+
+bool isOutOfRange(const NumberToken& token) {
+    const JSONNumber value = valueOf(token);
+    const double* const rounded = std::get_if<double>(&value);
+    return rounded != nullptr && !std::isfinite(*rounded);
+}
+
+}  // namespace
+
+JSONError::JSONError(const char* reason, std::size_t offset)
+    : description_("invalid JSON at byte " + std::to_string(offset) + ": " + reason), offset_(offset) {}
+
+void JSONReader::skipValue() {
+    JSONConsumer nobody;
+    readValue(nobody);
+}
+
+std::string_view JSONReader::rawValue() {
+    next();
+    const char* const first = at_;
+    skipValue();
+    return {first, static_cast<std::size_t>(at_ - first)};
+}
+
+void JSONReader::readEnd() {
+    skipBlanks();
+    if (at_ != end_) fail("expected the end of the text");
+}
+
+void JSONReader::skipBlanks() {
+    do {
+        while (at_ != end_ && isBlank(*at_)) ++at_;
+    } while (at_ == end_ && refill(at_));
+}
+
+bool JSONReader::open(bool isObject) {
+    if (nesting_ == maximumNesting) fail("nested too deeply");
+    ++at_;
+    isObject_[nesting_++] = isObject;
+    skipBlanks();
+    if (at_ != end_ && *at_ == (isObject ? '}' : ']')) {
+        ++at_;
+        --nesting_;
+        return false;
+    }
+    if (isObject) expectKey();
+    return true;
+}
+
+bool JSONReader::continuesBehindBlanks() {
+    const bool isObject = isObject_[nesting_ - 1];
+    const char after = next();
+    if (after == (isObject ? '}' : ']')) {
+        ++at_;
+        --nesting_;
+        return false;
+    }
+    if (after != ',') fail(isObject ? "expected ',' or '}'" : "expected ',' or ']'");
+    return continues();
+}
+
+void JSONReader::expectKey() {
+    if (next() != '"') fail("expected a string as key");
+}
+
+namespace {
+
+/// Keeps one string or key.
+struct StringKeeper : JSONConsumer {
+    std::string& kept;
+    explicit StringKeeper(std::string& place) : kept(place) { kept.clear(); }
+
+    void string(std::string_view run) { kept = run; }
+    void key(std::string_view run) { kept = run; }
+    void text(std::string_view run) { kept += run; }
+    void scalar(std::uint32_t scalar) { appendScalar(kept, scalar); }
+};
+
+}  // namespace
+
+std::optional<std::string> JSONReader::readString() {
+    if (next() != '"') {
+        skipValue();
+        return std::nullopt;
+    }
+    std::string string;
+    StringKeeper keeper(string);
+    readString(keeper);
+    return string;
+}
+
+std::string_view JSONReader::readKey() {
+    StringKeeper keeper(key_);
+    readMemberKey(keeper);
+    return key_;
+}
+
+/// This byte is not allowed in a string, unless the piece ends here, possibly inside a character.
+void JSONReader::getMoreOfString() {
+    constexpr std::ptrdiff_t longestCharacter = 4;
+    if (at_ != end_ && static_cast<unsigned char>(*at_) < 0x20) fail("control character inside a string");
+    if (end_ - at_ < longestCharacter && refill(at_)) return;
+    fail(at_ == end_ ? unexpectedEnd : "invalid UTF-8");
+}
+
+std::uint32_t JSONReader::readEscape() {
+    constexpr std::size_t longestEscape = sizeof R"(\ud834\udd1e)" - 1;
+    readyFor(longestEscape);
+    ++at_;
+    if (at_ == end_) fail(unexpectedEnd);
+    const char letter = *at_++;
+    switch (letter) {
+    case '"':
+    case '\\':
+    case '/': return static_cast<unsigned char>(letter);
+    case 'b': return '\b';
+    case 'f': return '\f';
+    case 'n': return '\n';
+    case 'r': return '\r';
+    case 't': return '\t';
+    case 'u': break;
+    default: --at_; fail("unknown escape");
+    }
+    const std::uint32_t unit = readFourHexDigits();
+    if (unit < 0xD800 || unit > 0xDFFF) return unit;
+    if (unit > 0xDBFF || end_ - at_ < 2 || at_[0] != '\\' || at_[1] != 'u') fail("unpaired surrogate");
+    at_ += 2;
+    const std::uint32_t low = readFourHexDigits();
+    if (low < 0xDC00 || low > 0xDFFF) fail("unpaired surrogate");
+    return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+}
+
+std::uint32_t JSONReader::readFourHexDigits() {
+    std::uint32_t value = 0;
+    for (int digit = 0; digit < 4; ++digit, ++at_) {
+        if (at_ == end_) fail(unexpectedEnd);
+        const char lower = static_cast<char>(*at_ | 0x20);
+        if (isDigit(*at_)) {
+            value = value * 16 + static_cast<std::uint32_t>(*at_ - '0');
+        } else if (lower >= 'a' && lower <= 'f') {
+            value = value * 16 + static_cast<std::uint32_t>(lower - 'a' + 10);
+        } else {
+            fail("expected four hexadecimal digits");
+        }
+    }
+    return value;
+}
+
+void JSONReader::readWord(std::string_view word) {
+    readyFor(word.size());
+    if (std::string_view(at_, static_cast<std::size_t>(end_ - at_)).substr(0, word.size()) != word) {
+        fail("expected a value");
+    }
+    at_ += word.size();
+}
+
+NumberToken JSONReader::readNumber() {
+    if (at_ >= tail_) getWholeNumber();
+    const char* const first = at_;
+    const auto skipDigits = [&](const char* otherwise) {
+        const char* at = at_;
+        while (at != end_ && isDigit(*at)) ++at;
+        const auto count = at - std::exchange(at_, at);
+        if (count == 0) fail(otherwise);
+        return count;
+    };
+
+    NumberToken token;
+    std::ptrdiff_t exponentDigits = 0;
+    if (isAt('-')) ++at_;
+    if (isAt('0')) {
+        ++at_;
+    } else {
+        skipDigits("expected a value");
+    }
+    if (isAt('.')) {
+        ++at_;
+        token.hasPoint = true;
+        skipDigits("expected a digit");
+    }
+    if (isAt('e') || isAt('E')) {
+        ++at_;
+        token.hasExponent = true;
+        if (at_ == end_) fail(unexpectedEnd);
+        if (isAt('-') || isAt('+')) ++at_;
+        exponentDigits = skipDigits("expected a digit");
+    }
+    token.text = since(first);
+
+    const bool isSurelyInRange = token.text.size() <= 200 && exponentDigits <= 2;
+    if (!isSurelyInRange && isOutOfRange(token)) {
+        at_ = first;
+        fail("number out of range");
+    }
+    return token;
+}
+
+/// A token that may go on behind the end of the piece: the next pieces are joined to it until it ends.
+void JSONReader::getWholeNumber() {
+    auto length = std::ptrdiff_t{0};
+    do {
+        while (at_ + length != end_ && mayBeInNumber(at_[length])) ++length;
+    } while (at_ + length == end_ && refill(at_));
+}
+
+bool JSONReader::refillFromSource(const char* keepFrom) {
+    const auto kept = static_cast<std::size_t>(end_ - keepFrom);
+    const auto ahead = at_ - keepFrom;
+    before_ += static_cast<std::size_t>(keepFrom - begin_);
+    const std::string_view piece = source_->next({keepFrom, kept});
+    begin_ = piece.data();
+    end_ = begin_ + piece.size();
+    at_ = begin_ + ahead;
+    for (tail_ = end_; tail_ != begin_ && mayBeInNumber(tail_[-1]);) --tail_;
+    return piece.size() > kept;
+}
+
+void JSONReader::fail(const char* reason) const {
+    throw JSONError(reason, before_ + static_cast<std::size_t>(at_ - begin_));
+}
+
+}  // namespace tidewell

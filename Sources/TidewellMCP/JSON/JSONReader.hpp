@@ -1,0 +1,274 @@
+// JSONReader.hpp: the grammar of JSON. It reads one text in one pass and without recursion, and reports what it
+// reads to a consumer, which builds a tree, writes another text or ignores it.
+//
+// Accepts    RFC 8259, strictly: one value of any kind, blanks (space, tab, line feed, carriage return) around
+//            it, nothing else.
+// Refuses    invalid UTF-8 anywhere, a byte-order mark, control characters inside strings, unpaired surrogate
+//            escapes, a number beyond the range of a double (1e400), nesting deeper than `maximumNesting`.
+// Errors     JSONError. Discard what was reported before it.
+// Threads    one reader, one thread.
+//
+// A text is one value:             reader.readValue(consumer); reader.readEnd();
+// or an object read by its keys:   reader.readObject([&](std::string_view key) { reader.skipValue(); });
+#pragma once
+
+#include "JSON/JSONNumber.hpp"
+#include "JSON/JSONText.hpp"
+
+#include <bitset>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tidewell {
+
+/// How many arrays and objects may stand inside one another.
+inline constexpr std::size_t maximumNesting = 512;
+
+/// Why a text is not JSON. The description is stable: "invalid JSON at byte 3: expected a value".
+class JSONError : public std::exception {
+public:
+    JSONError(const char* reason, std::size_t offset);
+    const char* what() const noexcept override { return description_.c_str(); }
+    std::size_t offset() const noexcept { return offset_; }  ///< in bytes, from the start of the text
+
+private:
+    std::string description_;
+    std::size_t offset_;
+};
+
+/// Where a text comes from that arrives in pieces.
+class JSONSource {
+public:
+    virtual ~JSONSource() = default;
+    /// The next piece, with `kept`, the end of the piece before, in front of it. When nothing follows, `kept`
+    /// alone. The piece before is gone then.
+    virtual std::string_view next(std::string_view kept) = 0;
+};
+
+/// What a reader reports, and the consumer that ignores all of it. Others redefine the events that they need.
+/// A run is text that may stand in any JSON string as it is. A string or key that has escapes, or lies in several
+/// pieces, is told between its begin and its end, as runs and decoded escapes.
+struct JSONConsumer {
+    void null() {}
+    void boolean(bool) {}
+    void number(const NumberToken&) {}
+    void string(std::string_view) {}
+    void key(std::string_view) {}
+    void beginString() {}
+    void beginKey() {}
+    void text(std::string_view) {}
+    void scalar(std::uint32_t) {}
+    void endString() {}
+    void endKey() {}
+    void beginArray() {}
+    void endArray() {}
+    void beginObject() {}
+    void endObject() {}
+    void comma() {}
+};
+
+class JSONReader {
+public:
+    /// Reads `text`, which has to live as long as the reader.
+    explicit JSONReader(std::string_view text) noexcept
+        : begin_(text.data()), at_(begin_), end_(begin_ + text.size()), tail_(end_) {}
+    /// Reads what `source` gives.
+    explicit JSONReader(JSONSource& source) noexcept : source_(&source) {}
+
+    /// The first byte of what follows, blanks left out: it tells the kind of a value.
+    char next() {
+        if (at_ == end_ || isBlank(*at_)) skipBlanks();
+        if (at_ == end_) fail(unexpectedEnd);
+        return *at_;
+    }
+
+    /// Reads one value to its end.
+    template <typename Consumer>
+    void readValue(Consumer& consumer);
+    void skipValue();
+
+    /// Reads an object: for each member calls member(key), which has to read the value. The key lives until
+    /// then. Reads nothing and returns false when what follows is not an object.
+    template <typename OnMember>
+    bool readObject(OnMember member);
+
+    /// Reads one value; nothing when it is not a string.
+    std::optional<std::string> readString();
+
+    /// Skips one value and returns its text. Only for a text that does not come from a source.
+    std::string_view rawValue();
+
+    /// Nothing but blanks may follow.
+    void readEnd();
+
+private:
+    static constexpr const char* unexpectedEnd = "unexpected end of the text";
+
+    static constexpr bool isBlank(char byte) noexcept {
+        return byte <= ' ' && (byte == ' ' || byte == '\n' || byte == '\r' || byte == '\t');
+    }
+    void skipBlanks();
+    bool isAt(char byte) const noexcept { return at_ != end_ && *at_ == byte; }
+    std::string_view since(const char* start) const noexcept {
+        return {start, static_cast<std::size_t>(at_ - start)};
+    }
+
+    /// Opens a container and says whether there is anything in it; an empty one is closed again.
+    bool open(bool isObject);
+    /// Behind a value inside a container: true before the next one, false behind the closing bracket.
+    bool continues() {
+        if (!isAt(',')) return continuesBehindBlanks();
+        ++at_;
+        if (isObject_[nesting_ - 1] && !isAt('"')) expectKey();
+        return true;
+    }
+    bool continuesBehindBlanks();
+    void expectKey();
+
+    template <typename Consumer>
+    void readString(Consumer& consumer);
+    template <typename Consumer>
+    void readMemberKey(Consumer& consumer);
+    template <typename Consumer>
+    void readPieces(const char* run, Consumer& consumer);
+    void getMoreOfString();
+    std::uint32_t readEscape();
+    std::uint32_t readFourHexDigits();
+    std::string_view readKey();
+    void readColon() {
+        if (!isAt(':') && next() != ':') fail("expected ':'");
+        ++at_;
+    }
+    NumberToken readNumber();
+    void getWholeNumber();
+    void readWord(std::string_view word);
+
+    void readyFor(std::size_t bytes) {
+        while (static_cast<std::size_t>(end_ - at_) < bytes && refill(at_)) continue;
+    }
+    bool refill(const char* keepFrom) { return source_ != nullptr && refillFromSource(keepFrom); }
+    bool refillFromSource(const char* keepFrom);
+    [[noreturn]] void fail(const char* reason) const;
+
+    JSONSource* source_ = nullptr;
+    const char* begin_ = nullptr;  // of the piece
+    const char* at_ = nullptr;
+    const char* end_ = nullptr;
+    const char* tail_ = nullptr;  // from here on the piece may be the beginning of a number
+    std::size_t before_ = 0;      // bytes of the text in front of `begin_`
+    std::size_t nesting_ = 0;
+    std::bitset<maximumNesting> isObject_;  // the first `nesting_` of them
+    std::string key_;                       // of the member being read
+};
+
+template <typename Consumer>
+void JSONReader::readValue(Consumer& consumer) {
+    const std::size_t outside = nesting_;
+    for (;;) {
+        switch (next()) {
+        case '{':
+            consumer.beginObject();
+            if (open(true)) {
+                readMemberKey(consumer);
+                continue;
+            }
+            consumer.endObject();
+            break;
+        case '[':
+            consumer.beginArray();
+            if (open(false)) continue;
+            consumer.endArray();
+            break;
+        case '"': readString(consumer); break;
+        case 't':
+            readWord("true");
+            consumer.boolean(true);
+            break;
+        case 'f':
+            readWord("false");
+            consumer.boolean(false);
+            break;
+        case 'n':
+            readWord("null");
+            consumer.null();
+            break;
+        default: consumer.number(readNumber());
+        }
+        for (;;) {
+            if (nesting_ == outside) return;
+            const bool isObject = isObject_[nesting_ - 1];
+            if (continues()) {
+                consumer.comma();
+                if (isObject) readMemberKey(consumer);
+                break;
+            }
+            if (isObject) {
+                consumer.endObject();
+            } else {
+                consumer.endArray();
+            }
+        }
+    }
+}
+
+template <typename OnMember>
+bool JSONReader::readObject(OnMember member) {
+    if (next() != '{') return false;
+    if (!open(true)) return true;
+    do {
+        member(readKey());
+    } while (continues());
+    return true;
+}
+
+/// From the opening quote to behind the closing one, here and below.
+template <typename Consumer>
+void JSONReader::readString(Consumer& consumer) {
+    const char* const run = ++at_;
+    at_ = skipVerbatim(at_, end_);
+    if (isAt('"')) {
+        consumer.string(since(run));
+    } else {
+        consumer.beginString();
+        readPieces(run, consumer);
+        consumer.endString();
+    }
+    ++at_;
+}
+
+template <typename Consumer>
+void JSONReader::readMemberKey(Consumer& consumer) {
+    const char* const run = ++at_;
+    at_ = skipVerbatim(at_, end_);
+    if (isAt('"')) {
+        consumer.key(since(run));
+    } else {
+        consumer.beginKey();
+        readPieces(run, consumer);
+        consumer.endKey();
+    }
+    ++at_;
+    readColon();
+}
+
+/// To the closing quote, of a string of which `run` was read.
+template <typename Consumer>
+void JSONReader::readPieces(const char* run, Consumer& consumer) {
+    for (;;) {
+        consumer.text(since(run));
+        if (isAt('"')) return;
+        if (isAt('\\')) {
+            consumer.scalar(readEscape());
+        } else {
+            getMoreOfString();
+        }
+        run = at_;
+        at_ = skipVerbatim(at_, end_);
+    }
+}
+
+}  // namespace tidewell

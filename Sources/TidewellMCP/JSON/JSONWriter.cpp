@@ -1,0 +1,145 @@
+#include "JSON/JSONWriter.hpp"
+
+#include <charconv>
+#include <cstring>
+#include <variant>
+
+namespace tidewell {
+
+namespace {
+
+/// The letter after the backslash for the characters that have one, in JSON as in C; 'u' for others.
+constexpr char escapeLetter(std::uint32_t scalar) noexcept {
+    switch (scalar) {
+    case '"': return '"';
+    case '\\': return '\\';
+    case '\b': return 'b';
+    case '\f': return 'f';
+    case '\n': return 'n';
+    case '\r': return 'r';
+    case '\t': return 't';
+    default: return 'u';
+    }
+}
+
+/// The token written canonically, where that is part of the token itself; empty where it takes arithmetic.
+/// Up to fifteen digits survive the way to a double and back, so a decimal fraction of no more, without zeros
+/// at its end, is the shortest form already. (One that begins with 0 may be shorter with an exponent.)
+std::string_view canonicalPart(const NumberToken& token) noexcept {
+    constexpr std::size_t integerDigits = 18;
+    constexpr std::size_t fractionDigits = 15;
+    if (token.hasExponent) return {};
+    const std::size_t sign = token.text.front() == '-' ? 1 : 0;
+    const bool beginsWithZero = token.text[sign] == '0';
+    if (!token.hasPoint) {
+        const bool isMinusZero = sign == 1 && beginsWithZero;
+        return token.text.size() - sign <= integerDigits && !isMinusZero ? token.text : std::string_view();
+    }
+    if (beginsWithZero || token.text.size() - sign > fractionDigits + 1) return {};
+    std::string_view part = token.text.substr(0, token.text.find_last_not_of('0') + 1);
+    if (part.back() == '.') part.remove_suffix(1);
+    return part;
+}
+
+}  // namespace
+
+template <JSONForm form>
+void JSONWriter<form>::number(const NumberToken& token) {
+    const std::string_view part = canonicalPart(token);
+    const bool mayBeBoolean = rule_ == NumberRule::oneAndZeroAreBooleans;
+    if (!part.empty()) {
+        if (mayBeBoolean && (part == "1" || part == "0")) return boolean(part == "1");
+        return out_.append(part);
+    }
+    const JSONNumber value = valueOf(token);
+    if (const auto* const whole = std::get_if<std::int64_t>(&value)) {
+        if (mayBeBoolean && (*whole == 1 || *whole == 0)) return boolean(*whole == 1);
+        return integer(*whole);
+    }
+    real(std::get<double>(value));
+}
+
+template <JSONForm form>
+void JSONWriter<form>::integer(std::int64_t value) {
+    constexpr std::size_t longest = sizeof "-9223372036854775808";
+    char* const place = out_.room(longest);
+    out_.endAt(std::to_chars(place, place + longest, value).ptr);
+}
+
+template <JSONForm form>
+void JSONWriter<form>::real(double value) {
+    constexpr std::size_t longest = sizeof "-2.2250738585072014e-308";
+    char* const place = out_.room(longest);
+    out_.endAt(std::to_chars(place, place + longest, value).ptr);
+}
+
+template <JSONForm form>
+void JSONWriter<form>::scalar(std::uint32_t scalar) {
+    if (scalar >= 0x80 || isPlain(static_cast<char>(scalar))) {
+        std::string character;
+        appendScalar(character, scalar);
+        return out_.append(character);
+    }
+    const char letter = escapeLetter(scalar);
+    const bool isQuoteOrBackslash = letter == '"' || letter == '\\';
+    if (form == JSONForm::insideString) out_.append(isQuoteOrBackslash ? "\\\\" : "\\");
+    out_.append('\\');
+    out_.append(letter);
+    if (letter != 'u') return;
+    constexpr std::string_view hexDigits = "0123456789abcdef";
+    out_.append("00");
+    out_.append(hexDigits[scalar >> 4]);
+    out_.append(hexDigits[scalar & 0xF]);
+}
+
+template <JSONForm form>
+bool JSONWriter<form>::mayRepeat(std::span<const Member> members) const noexcept {
+    if (members.size() > fewKeys) return true;
+    bool isSeen = false;
+    for (std::size_t late = 1; late < members.size(); ++late) {
+        for (std::size_t early = 0; early < late; ++early)
+            isSeen |= members[early].sketch == members[late].sketch;
+    }
+    return isSeen;
+}
+
+/// At the end of an object: cuts out the members whose key stands again behind them. Keys are compared as they
+/// were written, and written keys are equal exactly when the keys are, however each was escaped.
+template <JSONForm form>
+void JSONWriter<form>::dropSuperseded() {
+    const std::size_t first = objects_.back();
+    objects_.pop_back();
+    const std::span<const Member> members = std::span(members_).subspan(first);
+    if (mayRepeat(members)) {
+        const auto keyAt = [&](std::size_t at) { return keyOf(members[at]); };
+        cut(supersededKeys(members.size(), keyAt), members);
+    }
+    members_.resize(first);
+}
+
+/// Each member goes with the comma behind it; the last one always stays.
+template <JSONForm form>
+void JSONWriter<form>::cut(const std::vector<bool>& superseded, std::span<const Member> members) {
+    if (superseded.empty()) return;
+    std::size_t end = members.front().start;
+    for (std::size_t at = 0; at < members.size(); ++at) {
+        if (superseded[at]) continue;
+        const std::size_t start = members[at].start;
+        const std::size_t next = at + 1 < members.size() ? members[at + 1].start : out_.size();
+        std::memmove(out_.data() + end, out_.data() + start, next - start);
+        end += next - start;
+    }
+    out_.truncate(end);
+}
+
+template class JSONWriter<JSONForm::plain>;
+template class JSONWriter<JSONForm::insideString>;
+
+void rewriteJSON(std::string_view text, NumberRule rule, ByteBuffer& out) {
+    JSONReader reader(text);
+    JSONWriter<JSONForm::plain> writer(out, rule);
+    reader.readValue(writer);
+    reader.readEnd();
+}
+
+}  // namespace tidewell

@@ -1,0 +1,263 @@
+// JSONPropertyTests.cpp: what must hold for any input at all, tried on random ones. An independent JSON library
+// is the judge.
+#include "JSON/JSONReader.hpp"
+#include "JSON/JSONTree.hpp"
+#include "JSON/JSONValue.hpp"
+#include "JSON/JSONWriter.hpp"
+
+#include "Support/Conversation.hpp"
+#include "Support/RandomJSON.hpp"
+#include "Support/ScriptedHost.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <thread>
+
+namespace tidewell::test {
+namespace {
+
+using nlohmann::json;
+
+/// Whether our value is what the judge read. A number that the judge holds as a double must be the int that a
+/// whole one within 64 bits is (told apart from its neighbours, which doubles above 2^53 are not), or that double.
+bool agrees(const JSONValue& ours, const json& judge) {
+    switch (judge.type()) {
+    case json::value_t::null: return ours.isNull();
+    case json::value_t::boolean: return ours.boolean() == judge.get<bool>();
+    case json::value_t::number_integer: return ours.integer() == judge.get<std::int64_t>();
+    case json::value_t::number_unsigned: {
+        const auto value = judge.get<std::uint64_t>();
+        if (value <= INT64_MAX) return ours.integer() == static_cast<std::int64_t>(value);
+        return ours.real() == static_cast<double>(value);
+    }
+    case json::value_t::number_float: {
+        const auto value = judge.get<double>();
+        constexpr double limit = 9223372036854775808.0;
+        const bool isWhole = value == std::trunc(value) && value > -limit && value < limit;
+        if (const auto whole = ours.integer()) return isWhole && static_cast<double>(*whole) == value;
+        return !isWhole && ours.real() == value;
+    }
+    case json::value_t::string: return ours.string() == judge.get_ref<const std::string&>();
+    case json::value_t::array: {
+        const auto elements = ours.elements();
+        return ours.kind() == JSONValue::Kind::array &&
+               std::ranges::equal(elements, judge,
+                                  [](const auto& mine, const auto& other) { return agrees(mine, other); });
+    }
+    case json::value_t::object: {
+        if (ours.kind() != JSONValue::Kind::object || ours.members().size() != judge.size()) return false;
+        return std::ranges::all_of(judge.items(), [&](const auto& member) {
+            const JSONValue* const value = ours.find(member.key());
+            return value != nullptr && agrees(*value, member.value());
+        });
+    }
+    default: return false;
+    }
+}
+
+/// The rule for a client's numbers, told in the judge's terms.
+json withBooleans(const json& judge) {
+    if (judge.is_number() && (judge == 0 || judge == 1)) return judge == 1;
+    if (!judge.is_structured()) return judge;
+    json converted = judge;
+    for (auto& element : converted) element = withBooleans(element);
+    return converted;
+}
+
+std::string rewritten(std::string_view text, NumberRule rule) {
+    ByteBuffer out;
+    rewriteJSON(text, rule, out);
+    return std::string(out.view());
+}
+
+TEST(JSONProperties, WhatIsReadIsWhatTheJudgeReadsAndIsWrittenBackEqual) {
+    RandomJSON random(testSeed());
+    for (int round = 0; round < 20'000; ++round) {
+        SCOPED_TRACE("seed " + std::to_string(testSeed()) + ", round " + std::to_string(round));
+        const json original = random.value();
+        const std::string text = original.dump(random.chance(20) ? 2 : -1, ' ', random.chance(30));
+        const JSONValue decoded = JSONValue::decode(text);
+        ASSERT_TRUE(agrees(decoded, original)) << text;
+        const std::string written = decoded.jsonString();
+        ASSERT_EQ(JSONValue::decode(written), decoded) << written;
+        ASSERT_TRUE(agrees(decoded, json::parse(written))) << written;
+        ASSERT_EQ(rewritten(text, NumberRule::keep), written) << text;
+        const std::string converted = rewritten(text, NumberRule::oneAndZeroAreBooleans);
+        ASSERT_TRUE(agrees(JSONValue::decode(converted), withBooleans(original))) << text;
+    }
+}
+
+TEST(JSONProperties, DamagedTextIsAcceptedOrRefusedAsTheJudgeDoes) {
+    RandomJSON random(testSeed());
+    int accepted = 0;
+    for (int round = 0; round < 40'000; ++round) {
+        SCOPED_TRACE("seed " + std::to_string(testSeed()) + ", round " + std::to_string(round));
+        const std::string text = random.damaged(random.value(3).dump());
+        // The judge takes a NUL for the end of its input.
+        if (text.find('\0') != std::string::npos) continue;
+        const json judge = json::parse(text, nullptr, false);
+        try {
+            const JSONValue ours = JSONValue::decode(text);
+            ASSERT_FALSE(judge.is_discarded()) << "accepted: " << text;
+            ASSERT_TRUE(agrees(ours, judge)) << text;
+            ++accepted;
+        } catch (const JSONError& error) {
+            ASSERT_TRUE(judge.is_discarded()) << "refused: " << text << ": " << error.what();
+        }
+    }
+    EXPECT_GT(accepted, 5'000) << "both verdicts have to be common for this to mean something";
+}
+
+/// Reads `text` with `consumer`; the reason when it is not JSON, else nothing.
+std::string readWith(auto& consumer, std::string_view text) {
+    try {
+        JSONReader reader(text);
+        reader.readValue(consumer);
+        reader.readEnd();
+        return "";
+    } catch (const JSONError& error) {
+        return error.what();
+    }
+}
+
+TEST(JSONProperties, RewritingInOnePassIsDecodingAndWriting) {
+    RandomJSON random(testSeed());
+    for (int round = 0; round < 20'000; ++round) {
+        SCOPED_TRACE("seed " + std::to_string(testSeed()) + ", round " + std::to_string(round));
+        std::string text = random.value().dump(-1, ' ', random.chance(30));
+        if (random.chance(50)) text = random.damaged(text);
+        JSONTree tree;
+        const std::string reason = readWith(tree, text);
+        ByteBuffer plain;
+        JSONWriter<JSONForm::plain> plainWriter(plain);
+        ASSERT_EQ(readWith(plainWriter, text), reason) << text;
+        ByteBuffer inside;
+        JSONWriter<JSONForm::insideString> insideWriter(inside);
+        ASSERT_EQ(readWith(insideWriter, text), reason) << text;
+        if (!reason.empty()) continue;
+        const std::string written = tree.take().jsonString();
+        ASSERT_EQ(plain.view(), written) << text;
+        ASSERT_EQ("\"" + std::string(inside.view()) + "\"", JSONValue(written).jsonString()) << text;
+    }
+}
+
+TEST(JSONProperties, DoublesSurviveTheWayOutAndIn) {
+    std::mt19937_64 engine(testSeed());
+    for (int round = 0; round < 50'000; ++round) {
+        const std::uint64_t bits = engine();
+        double value = 0;
+        std::memcpy(&value, &bits, sizeof value);
+        if (!std::isfinite(value)) continue;
+        const std::string text = JSONValue(value).jsonString();
+        ASSERT_EQ(std::strtod(text.c_str(), nullptr), value) << text;
+        const JSONValue decoded = JSONValue::decode(text);
+        const auto whole = decoded.integer();
+        ASSERT_EQ(whole ? static_cast<double>(*whole) : decoded.real().value_or(0), value) << text;
+    }
+}
+
+/// A line as a client might send it, sound or not.
+std::string randomLine(RandomJSON& random, int id) {
+    static constexpr const char* methods[] = {"ping",
+                                              "tools/list",
+                                              "prompts/list",
+                                              "prompts/get",
+                                              "initialize",
+                                              "shutdown",
+                                              "tools/call",
+                                              "resources/read",
+                                              "no/such",
+                                              "initialized",
+                                              "notifications/initialized",
+                                              "resources/templates/list"};
+    if (random.chance(10)) {
+        std::string garbage = random.damaged(random.value(2).dump());
+        std::erase(garbage, '\n');
+        return garbage;
+    }
+    json message = {{"jsonrpc", "2.0"}, {"method", methods[random.upTo(std::size(methods) - 1)]}};
+    if (random.chance(85)) message["id"] = random.chance(80) ? json(id) : json(random.string());
+    if (random.chance(50)) message["params"] = {{"name", random.string()}, {"uri", random.string()}};
+    if (random.chance(20)) message["params"] = random.value(3);
+    return message.dump();
+}
+
+/// What the bridge writes when its input arrives in packets of the given sizes: each read gets one.
+std::string converseInPackets(std::string_view input, RandomJSON& random, std::size_t largest) {
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_DGRAM, 0, ends.data()) != 0) throw std::runtime_error("socketpair failed");
+    std::FILE* const out = std::tmpfile();
+    std::thread writer([&] {
+        while (!input.empty()) {
+            const std::size_t size = std::min(1 + random.upTo(largest - 1), input.size());
+            const ssize_t count = ::send(ends[1], input.data(), size, MSG_NOSIGNAL);
+            if (count <= 0) break;
+            input.remove_prefix(static_cast<std::size_t>(count));
+        }
+        ::send(ends[1], "", 0, 0);  // an empty packet reads like the end of input
+    });
+    StdioBridge(SocketClient("/nonexistent/host.sock"), ends[0], ::fileno(out)).run();
+    writer.join();
+    for (const int end : ends) ::close(end);
+    std::string output(static_cast<std::size_t>(::lseek(::fileno(out), 0, SEEK_END)), '\0');
+    const ssize_t count = ::pread(::fileno(out), output.data(), output.size(), 0);
+    std::fclose(out);
+    if (count != static_cast<ssize_t>(output.size())) throw std::runtime_error("short read");
+    return output;
+}
+
+TEST(ConversationProperties, HowTheInputIsCutCannotBeSeenInTheOutput) {
+    RandomJSON random(testSeed());
+    for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE("seed " + std::to_string(testSeed()) + ", round " + std::to_string(round));
+        std::string input;
+        for (int line = 0; line < 30; ++line)
+            input += randomLine(random, line) + (random.chance(20) ? "\r\n" : "\n");
+        const std::string expected = converse(input);
+        for (const std::size_t largest : {1UL, 7UL, 300UL, 4096UL}) {
+            ASSERT_EQ(converseInPackets(input, random, largest), expected) << input;
+        }
+    }
+}
+
+TEST(ConversationProperties, EveryRequestGetsOneValidReplyLineInOrderWhateverTheHostAnswers) {
+    RandomJSON random(testSeed());
+    ScriptedHost host;
+    for (int round = 0; round < 100; ++round) {
+        SCOPED_TRACE("seed " + std::to_string(testSeed()) + ", round " + std::to_string(round));
+        std::string input;
+        constexpr int requests = 20;
+        for (int id = 0; id < requests; ++id) {
+            const char* const method = random.chance(70) ? "tools/call" : "resources/read";
+            input +=
+                json{{"id", id}, {"method", method}, {"params", {{"name", "x"}, {"uri", "y"}}}}.dump() + "\n";
+            json reply = random.value(3);
+            if (random.chance(60)) reply = {{"ok", random.chance(50) ? json(true) : random.value(0)}};
+            if (reply.is_object() && random.chance(60)) reply["result"] = random.value(4);
+            if (reply.is_object() && random.chance(40))
+                reply["error"] = {{"code", random.value(0)}, {"message", random.value(0)}};
+            const std::string text = reply.dump();
+            host.repliesWith((random.chance(30) ? random.damaged(text) : text) +
+                             (random.chance(90) ? "\n" : ""));
+        }
+        const std::vector<json> replies = repliesTo(input, host.socketPath());
+        ASSERT_EQ(replies.size(), static_cast<std::size_t>(requests));
+        for (int id = 0; id < requests; ++id) {
+            const json& reply = replies[static_cast<std::size_t>(id)];
+            ASSERT_EQ(reply["id"], id);
+            ASSERT_EQ(reply["jsonrpc"], "2.0");
+            ASSERT_EQ(reply.size(), 3U);
+            ASSERT_NE(reply.contains("result"), reply.contains("error")) << reply;
+            if (reply.contains("result") && reply["result"].contains("content")) {
+                ASSERT_TRUE(json::accept(reply["result"]["content"][0]["text"].get<std::string>())) << reply;
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace tidewell::test
