@@ -42,7 +42,7 @@ def met:
 
 def servers: ["ours", "floor", "direct", "plain", "expert", "sdk"];
 
-def head($work; $last): "| \($work) | ours | floor | floor, no hand-over | plain | expert's | SDK's | \($last) |",
+def head($work; $last): "| \($work) | ours | floor | no hand-off | plain | expert's | SDK's | \($last) |",
     "|---|---|---|---|---|---|---|\($last | gsub("[^|]+"; "---"))|";
 
 # Nothing for what was not measured.
@@ -53,16 +53,16 @@ def row($seen; $title; $work; $figure; $limits):
 
 # What takes how long: [work, title, [server or other work to compare with, limit]…].
 def works: [
-    ["start", "process start to first `initialize` reply", ["floor", 1.15]],
+    ["start", "start to first reply", ["floor", 1.15]],
     ["ping", "`ping`, pipelined", ["floor", 1.5], ["expert", 1.0]],
-    ["list", "`tools/list`, one after another", ["floor", 1.3]],
+    ["list", "`tools/list`, sequential", ["floor", 1.3]],
     ["list-pipelined", "`tools/list`, pipelined", ["floor", 1.3]],
-    ["call", "`tools/call`, small reply, one after another", ["floor", 1.1]],
-    ["1MB", "reply of 1 MB", ["floor", 5], ["expert", 1.1]],
-    ["8MB", "reply of 8 MB", ["floor", 3], ["expert", 0.5]],
-    ["64MB", "reply of 64 MB", ["8MB", 8.5], ["expert", 1.0]]];
+    ["call", "`tools/call`, sequential", ["floor", 1.1]],
+    ["1MB", "1 MB reply", ["floor", 5], ["expert", 1.1]],
+    ["8MB", "8 MB reply", ["floor", 3], ["expert", 0.5]],
+    ["64MB", "64 MB reply", ["8MB", 8.5], ["expert", 1.0]]];
 
-def names: {floor: " x floor", expert: " x expert's", "8MB": " x the 8 MB reply"};
+def names: {floor: " x floor", expert: " x expert's", "8MB": " x 8 MB reply"};
 
 def times($seen; $figure; $isJudged):
     works[] as [$work, $title] | [works[] | select(.[0] == $work) | .[2:][]]
@@ -90,11 +90,11 @@ def shapes($seen; $context):
     | "| \(join(" | ")) |";
 
 .context as $context | seen as $seen
-| head("the client's clock"; "ratio (at most) | met"), times($seen; "real_time"; true), "",
-  head("processor time of the server alone"; "ratio"), times($seen; "processor"; false), "",
-  head("memory"; "ratio (at most) | met"),
+| head("client's clock"; "ratio (limit) | met"), times($seen; "real_time"; true), "",
+  head("server's processor time"; "ratio"), times($seen; "processor"; false), "",
+  head("memory"; "ratio (limit) | met"),
   memory($seen; "resident after `tools/list`"; "64MB"; "resident"; 1e6; " MB"; 3),
-  memory($seen; "peak for a 64 MB reply"; "64MB"; "peak"; median($seen; "64MB"; "ours"; "reply"); " x the reply"; 2.3),
+  memory($seen; "peak, 64 MB reply"; "64MB"; "peak"; median($seen; "64MB"; "ours"; "reply"); " x reply"; 2.3),
   memory($seen; "resident after it"; "64MB"; "residentAfter"; 1e6; " MB"; 2), "",
   "| shape | reply | ours | plain | expert's | x plain (0.4) | peak x reply (4) | resident after (2 MB) | met |",
   "|---|---|---|---|---|---|---|---|---|",
