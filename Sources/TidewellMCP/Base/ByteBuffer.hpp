@@ -1,7 +1,7 @@
 // ByteBuffer.hpp: bytes that grow at their end.
 //
-// Unlike std::string it fills nothing with zeros before it is written, and large content moves by its pages
-// instead of its bytes when it grows (realloc): for a reply of megabytes that was half of the time.
+// Unlike std::string, it does not zero memory that is about to be written, and it grows by realloc(), which
+// moves large content by its pages instead of its bytes: for a reply of megabytes that saved half the time.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace tidewell {
 
-/// Owns its memory. Everything that adds throws std::bad_alloc when there is no memory, and then leaves the
+/// Owns its memory. Whatever adds bytes throws std::bad_alloc when memory runs out, and then leaves the
 /// content as it was.
 class ByteBuffer {
 public:
@@ -29,13 +29,13 @@ public:
     std::size_t size() const noexcept { return size_; }
     std::size_t capacity() const noexcept { return capacity_; }
 
-    /// Where at least `more` bytes may be written behind the content; they count from endAt() on. Invalidates
-    /// earlier pointers and views.
+    /// Returns where at least `more` bytes may be written after the content; endAt() makes them part of it.
+    /// Invalidates earlier pointers and views.
     char* room(std::size_t more) {
         if (capacity_ - size_ < more) grow(more);
         return bytes_ + size_;
     }
-    /// The content ends at `end`, a place that room() gave or one behind it.
+    /// Ends the content at `end`, which room() returned or which lies after that.
     void endAt(const char* end) noexcept { size_ = static_cast<std::size_t>(end - bytes_); }
 
     void append(std::string_view bytes) {
@@ -52,7 +52,7 @@ public:
 
     /// Drops the content and keeps the memory.
     void clear() noexcept { size_ = 0; }
-    /// Drops what stands behind the first `size` bytes, and keeps the memory.
+    /// Drops what follows the first `size` bytes, and keeps the memory.
     void truncate(std::size_t size) noexcept { size_ = size; }
     /// Drops `count` bytes at the start, not more than there are.
     void dropFront(std::size_t count) noexcept {
@@ -60,7 +60,7 @@ public:
         if (count > 0 && size_ > 0) std::memmove(bytes_, bytes_ + count, size_);
     }
 
-    /// Gives memory back that the content does not need, where the system can.
+    /// Gives back memory that the content does not need, if the system can.
     void shrink() noexcept;
 
 private:

@@ -7,7 +7,7 @@
 
 namespace tidewell {
 
-/// Owns one descriptor, or none (-1). Closed exactly once, on every path, thrown ones included.
+/// Owns one descriptor, or none (-1). Closed exactly once on every path, exceptions included.
 class Descriptor {
 public:
     Descriptor() noexcept = default;
@@ -15,7 +15,7 @@ public:
     Descriptor(Descriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
     Descriptor& operator=(Descriptor&&) = delete;
     ~Descriptor() {
-        // Not repeated when interrupted: the descriptor is gone by then, and its number may be another's.
+        // Not repeated when interrupted: the descriptor is closed by then, and its number may be reused.
         if (descriptor_ >= 0) ::close(descriptor_);
     }
 

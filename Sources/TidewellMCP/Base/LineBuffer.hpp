@@ -1,4 +1,4 @@
-// LineBuffer.hpp: bytes in as they arrive, lines out as they are complete.
+// LineBuffer.hpp: bytes in as they arrive, lines out once they are complete.
 //
 // Cost       linear in the bytes: each is searched for the line feed once and moved a bounded number of times,
 //            however the bytes were cut when they arrived.
@@ -15,8 +15,8 @@ namespace tidewell {
 
 class LineBuffer {
 public:
-    /// Adds bytes behind those that are held; this invalidates views from nextLine(). False when memory cannot hold the
-    /// line that is still incomplete: that line is dropped to its end, and what follows it counts.
+    /// Adds bytes after those that are held; this invalidates views from nextLine(). False if memory cannot
+    /// hold the incomplete line: that line is dropped to its end, and the next one counts.
     bool append(std::string_view bytes);
 
     /// The next complete line without its line feed (byte 10), or nothing until more bytes arrive. The view

@@ -14,7 +14,7 @@ inline constexpr std::int64_t parseError = -32700;
 inline constexpr std::int64_t methodNotFound = -32601;
 inline constexpr std::int64_t invalidParams = -32602;
 inline constexpr std::int64_t internalError = -32603;
-inline constexpr std::int64_t hostError = -32000;  ///< of the host app, or about it
+inline constexpr std::int64_t hostError = -32000;  ///< from the host app, or about it
 inline constexpr std::int64_t notFound = -32001;
 }  // namespace ErrorCode
 

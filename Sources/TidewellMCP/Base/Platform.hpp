@@ -1,5 +1,5 @@
-// Platform.hpp: what differs between systems, each in one file of its own (PlatformLinux.cpp,
-// PlatformDarwin.cpp). Nothing else in the program asks which system it runs on.
+// Platform.hpp: what differs between systems, in one file for each (PlatformLinux.cpp, PlatformDarwin.cpp).
+// Nothing else in the program asks which system it runs on.
 #pragma once
 
 #include <sys/types.h>
@@ -19,12 +19,12 @@ std::optional<std::string> executablePath();
 /// The current user's home directory as the system reports it; "/" when it knows none.
 std::string homeDirectory();
 
-/// The property list that the executable carries inside itself; empty on systems without such a thing, and
-/// where there is none. Lives as long as the process.
+/// The property list embedded in the executable; empty if there is none, or the system has no such thing.
+/// Lives as long as the process.
 std::string_view bundleInformation();
 
-/// The room for a path in a Unix-domain socket's address, in bytes. A NUL ends the path, so that the longest one
-/// has a byte less.
+/// The room for a path in a Unix-domain socket's address, in bytes. A NUL ends the path, so the longest one
+/// is a byte shorter.
 extern const std::size_t socketPathCapacity;
 
 /// A new Unix-domain stream socket on which send() raises no broken-pipe signal; -1 and errno on failure. The
@@ -34,20 +34,18 @@ int openStreamSocket();
 /// The most bytes that one call asks the system to take. macOS refuses more than INT_MAX outright.
 inline constexpr std::size_t largestTransfer = std::size_t{1} << 30;
 
-/// One send on a socket of openStreamSocket(): how many bytes went out, at most `largestTransfer`, or -1 and
-/// errno (EPIPE when the other side has hung up; never the signal).
+/// One send on a socket from openStreamSocket(). Returns the bytes sent, at most `largestTransfer`, or
+/// -1 and errno (EPIPE when the other side has hung up; never the signal).
 ssize_t sendBytes(int socket, std::string_view bytes);
 
-/// One write to any descriptor: how many bytes went out, at most `largestTransfer`, or -1 and errno.
+/// One write to any descriptor. Returns the bytes written, at most `largestTransfer`, or -1 and errno.
 ssize_t writeBytes(int descriptor, std::string_view bytes);
 
-/// Tells malloc() how this program works: large blocks go back to the system as soon as they are freed.
-/// Called once, at the start.
+/// Makes malloc() return large blocks to the system as soon as they are freed. Called once, at the start.
 void configureMemory() noexcept;
 
-/// Wishes for large pages behind a block of `size` bytes from malloc() that is about to be filled: without
-/// them a message of megabytes costs more time in page faults than in reading it. Small blocks stay as they
-/// are.
+/// Asks for huge pages behind a block of `size` bytes from malloc(), about to be filled: without them, a
+/// message of megabytes costs more time in page faults than in reading it. Skips small blocks.
 void preferLargePages(void* block, std::size_t size) noexcept;
 
 /// Fills `bytes` (at most 256) from the system's random source; false on failure.

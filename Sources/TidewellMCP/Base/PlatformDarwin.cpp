@@ -22,11 +22,11 @@ namespace tidewell::Platform {
 
 std::optional<std::string> executablePath() {
     std::uint32_t size = 0;
-    ::_NSGetExecutablePath(nullptr, &size);  // says how much room it wants, terminator included
+    ::_NSGetExecutablePath(nullptr, &size);  // says how much room it needs, terminator included
     std::string path(size, '\0');
     if (::_NSGetExecutablePath(path.data(), &size) == 0) {
         path.resize(path.find('\0'));
-        // Started through a link (as package managers lay them out), the version lies beside the real file.
+        // Package managers start programs through a link; the version lies beside the real file.
         if (char* const real = ::realpath(path.c_str(), nullptr)) {
             path = real;
             std::free(real);
@@ -48,7 +48,7 @@ std::string homeDirectory() {
 
 std::string_view bundleInformation() {
     unsigned long size = 0;
-    // Image 0 of the loaded ones may be an inserted library.
+    // Not the first image that was loaded: that may be an inserted library.
     const auto* const bytes = ::getsectiondata(::_NSGetMachExecuteHeader(), "__TEXT", "__info_plist", &size);
     if (bytes == nullptr) return {};
     return {reinterpret_cast<const char*>(bytes), size};
@@ -61,7 +61,7 @@ int openStreamSocket() {
     if (descriptor < 0) return -1;
     const int on = 1;
     if (::setsockopt(descriptor, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on) == 0) return descriptor;
-    // A host app that hangs up would end the whole process.
+    // Without this option, a host app that hangs up would end the process.
     const int error = errno;
     ::close(descriptor);
     errno = error;
@@ -76,7 +76,7 @@ ssize_t writeBytes(int descriptor, std::string_view bytes) {
     return ::write(descriptor, bytes.data(), std::min(bytes.size(), largestTransfer));
 }
 
-// Nothing to ask for here.
+// There is nothing to set here.
 void configureMemory() noexcept {}
 void preferLargePages(void*, std::size_t) noexcept {}
 

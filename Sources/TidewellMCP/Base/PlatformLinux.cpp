@@ -26,13 +26,13 @@ std::optional<std::string> executablePath() {
         path.resize(static_cast<std::size_t>(length));
         return path;
     }
-    // No /proc, as in some containers and change-root trees.
+    // There is no /proc in some containers and chroot trees.
     if (program_invocation_name == nullptr || *program_invocation_name == '\0') return std::nullopt;
     return program_invocation_name;
 }
 
 std::string homeDirectory() {
-    // Only read here, and before the program's second thread exists.
+    // Read only here, before the program's second thread exists.
     const char* const home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe)
     if (home != nullptr && *home != '\0') return home;
     // The file itself rather than getpwuid(): a statically linked program has no name-service switch.
@@ -71,8 +71,8 @@ void configureMemory() noexcept {
 void preferLargePages(void* block, std::size_t size) noexcept {
     constexpr std::size_t largePage = std::size_t{2} << 20;
     if (size < largePage) return;
-    // Outward to whole pages: a rest left out would be a mapping of its own, and realloc() could not move
-    // both. The kernel rounds the end up by itself.
+    // Extended outward to whole pages: a part left out would be a mapping of its own, and realloc() could not
+    // move both. The kernel rounds the end up.
     const auto pageSize = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
     const std::size_t before = reinterpret_cast<std::uintptr_t>(block) % pageSize;
     ::madvise(static_cast<char*>(block) - before, before + size, MADV_HUGEPAGE);  // advisory

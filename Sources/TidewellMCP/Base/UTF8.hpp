@@ -1,5 +1,5 @@
-// UTF8.hpp: the three questions the program asks of UTF-8 text (RFC 3629: no overlong forms, no surrogates,
-// nothing above U+10FFFF).
+// UTF8.hpp: what the program needs to know of UTF-8 (RFC 3629: no overlong forms, no surrogates, nothing
+// above U+10FFFF).
 #pragma once
 
 #include <cstddef>

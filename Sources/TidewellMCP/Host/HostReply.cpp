@@ -7,7 +7,7 @@ namespace tidewell {
 namespace {
 
 void readError(JSONReader& reader, HostReply& reply) {
-    reply.code = reply.message = reply.hint = std::nullopt;  // of an earlier "error", which counts no more
+    reply.code = reply.message = reply.hint = std::nullopt;  // an earlier "error" no longer counts
     const auto readMember = [&](std::string_view key) {
         if (key == "code") {
             reply.code = reader.readString();

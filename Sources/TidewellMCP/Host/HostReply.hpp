@@ -22,9 +22,9 @@ struct HostReply {
     std::optional<std::string> hint;
 };
 
-/// Reads one reply and appends its "result" to `text`, as the content of a JSON string: canonical JSON text with
-/// the string's own escapes. A missing result counts as an empty object; of repeated members the last counts.
-/// Throws JSONError. Then, and after a failure, discard what was appended.
+/// Reads one reply and appends its "result" to `text`, as the content of a JSON string: canonical JSON text
+/// with the string's own escapes. A missing result counts as an empty object; of repeated members the last
+/// counts. Throws JSONError. In that case, and after a failure, discard what was appended.
 HostReply readHostReply(JSONReader& reader, ByteBuffer& text);
 
 }  // namespace tidewell

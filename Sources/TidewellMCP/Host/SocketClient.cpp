@@ -38,7 +38,7 @@ std::string randomUUID() {
     return text;
 }
 
-/// Nothing when all bytes went out, else the error number at that moment.
+/// Returns nothing when all bytes were sent, else the error number.
 std::optional<int> writeAll(int socket, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t count = Platform::sendBytes(socket, bytes);
@@ -49,8 +49,8 @@ std::optional<int> writeAll(int socket, std::string_view bytes) {
     return std::nullopt;
 }
 
-/// The reply line, piece by piece as it arrives. Only a line feed makes a reply complete: end of stream, time-out
-/// and error all mean that none came.
+/// The reply line, piece by piece as it arrives. Only a line feed makes a reply complete: end of stream,
+/// timeout and error all mean that none came.
 class ReplyLine : public JSONSource {
 public:
     explicit ReplyLine(int socket) : socket_(socket) {}
@@ -65,7 +65,7 @@ public:
         return piece_.view();
     }
 
-    /// Reads on to the line feed, when something was wrong before it.
+    /// Reads on to the line feed when the text before it was wrong.
     void skipRest() {
         while (!isComplete_) next({});
     }
@@ -147,7 +147,7 @@ Descriptor SocketClient::connectOnce() const {
     socketPath_.copy(address.sun_path, socketPath_.size());
     if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) return {};
 
-    // Best effort: without them a stalled host app holds the call, but nothing breaks.
+    // Best effort: without them a stalled host app holds up the call, but nothing breaks.
     const timeval limit{.tv_sec = socketTimeoutSeconds, .tv_usec = 0};
     ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);

@@ -20,10 +20,10 @@
 
 namespace tidewell {
 
-/// How long one read from, or one write to, the host app may stay without any progress.
+/// How long one read from the host app, or one write to it, may make no progress.
 inline constexpr int socketTimeoutSeconds = 120;
 
-/// Where the agent socket lies: the variable TIDEWELL_SOCKET_PATH as it is when set and not empty, else a
+/// Where the agent socket lies: at TIDEWELL_SOCKET_PATH, as it is, if that is set and not empty; else at a
 /// fixed place below the user's home directory.
 std::string socketPathDefault();
 

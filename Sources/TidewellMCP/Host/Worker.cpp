@@ -24,7 +24,7 @@ bool Worker::start() {
         thread_ = std::thread(&Worker::loop, this);
         return true;
     } catch (const std::exception&) {
-        return false;  // too many threads or no memory just now; the next job asks again
+        return false;  // too many threads, or no memory; the next job tries again
     }
 }
 
@@ -44,7 +44,7 @@ void Worker::enter(State state) {
         const std::lock_guard lock(mutex_);
         state_ = state;
     }
-    changed_.notify_one();  // only ever one side waits
+    changed_.notify_one();  // only one side ever waits
 }
 
 /// Returns the state that followed.

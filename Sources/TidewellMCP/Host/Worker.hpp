@@ -1,4 +1,4 @@
-// Worker.hpp: one thread for blocking work, started on first use and kept until the end of the process.
+// Worker.hpp: one thread for blocking work, started on first use and kept as long as its owner.
 #pragma once
 
 #include <condition_variable>
@@ -10,9 +10,9 @@
 
 namespace tidewell {
 
-/// Carries out one job at a time for one caller at a time. The hand-off is a state under a mutex, told by a
-/// condition variable: of the simple means the one that stays quick on a busy machine
-/// (Documentation/Design.md has the figures). Destroyed only while idle.
+/// Runs one job at a time for one caller at a time. The hand-off is a state under a mutex, signalled by a
+/// condition variable: of the simple ways, the one that stays fast on a busy machine (Documentation/Design.md
+/// has the figures). Destroyed only while idle.
 class Worker {
 public:
     Worker() = default;
@@ -20,8 +20,8 @@ public:
     Worker& operator=(const Worker&) = delete;
     ~Worker();
 
-    /// Runs `job` on the worker's thread and waits for its end; what it throws is thrown here. Where the
-    /// system refuses a thread, the job runs on the caller's: it blocks the caller just as well.
+    /// Runs `job` on the worker's thread and waits for its end; what it throws is thrown here. If the system
+    /// refuses a thread, the job runs on the caller's, which would only have waited.
     void run(const std::function<void()>& job);
 
 private:
@@ -34,7 +34,7 @@ private:
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    State state_ = State::idle;                   // under the mutex
+    State state_ = State::idle;                   // guarded by mutex_
     const std::function<void()>* job_ = nullptr;  // valid while working
     std::exception_ptr failure_;                  // of the job that ended last
     std::thread thread_;

@@ -1,4 +1,4 @@
-// JSONKeys.hpp: of members with one key the last wins.
+// JSONKeys.hpp: of members with the same key the last wins.
 #pragma once
 
 #include <algorithm>
@@ -14,8 +14,8 @@ namespace tidewell {
 /// Up to this many keys are compared pair by pair; more are sorted, which avoids quadratic time.
 inline constexpr std::size_t fewKeys = 16;
 
-/// Which of the `count` keys of one object stand again further back, by position; empty when all differ, as they
-/// nearly always do. `keyAt(position)` gives a key.
+/// Which of an object's `count` keys occur again later, by position; empty when all differ, as they nearly
+/// always do. `keyAt(position)` returns a key.
 template <typename KeyAt>
 std::vector<bool> supersededKeys(std::size_t count, const KeyAt& keyAt) {
     std::vector<bool> superseded;
@@ -43,7 +43,7 @@ std::vector<bool> supersededKeys(std::size_t count, const KeyAt& keyAt) {
     return superseded;
 }
 
-/// A number in which different keys nearly always differ: a look at it saves a comparison of the keys.
+/// A number that nearly always differs between different keys: comparing it first saves comparing the keys.
 inline std::uint64_t sketchOf(std::string_view key) noexcept {
     const auto wordAt = [&](std::size_t at) {
         std::uint32_t word = 0;

@@ -15,11 +15,11 @@ constexpr bool isDigit(char byte) noexcept { return byte >= '0' && byte <= '9'; 
 /// A decimal number cut at its point.
 struct Decimal {
     std::optional<std::int64_t> integer;  // nothing when it does not fit
-    bool isWhole = true;                  // nothing but zeros behind the point
+    bool isWhole = true;                  // only zeros after the point
 };
 
-/// The exponent that stands in `text`, behind its mark. Capped: beyond this it decides alone, and sums with it
-/// cannot overflow.
+/// The exponent in `text`, which follows the mark. Capped: a larger one would change nothing, and sums with
+/// it cannot overflow.
 std::int64_t exponentIn(std::string_view text) noexcept {
     constexpr std::int64_t cap = 1'000'000'000'000'000;
     std::int64_t exponent = 0;
@@ -39,7 +39,7 @@ Decimal decimalOf(std::string_view text) noexcept {
     const char* const point = std::find(first, mark, '.');
     std::int64_t left = point - first + (mark == end ? 0 : exponentIn({mark + 1, end}));
 
-    constexpr std::uint64_t most = static_cast<std::uint64_t>(INT64_MAX) + 1;  // of -2^63
+    constexpr std::uint64_t most = static_cast<std::uint64_t>(INT64_MAX) + 1;  // the magnitude of -2^63
     std::uint64_t magnitude = 0;
     Decimal decimal;
     const auto append = [&](std::uint64_t digit) {
@@ -66,7 +66,7 @@ Decimal decimalOf(std::string_view text) noexcept {
 
 /// The C library rounds correctly; its decimal point is '.', because this program never sets a locale.
 double nearestDouble(std::string_view text) {
-    std::array<char, 64> place;  // nearly every number fits; it needs no memory then
+    std::array<char, 64> place;  // nearly every number fits and needs no allocation
     if (text.size() >= place.size()) return std::strtod(std::string(text).c_str(), nullptr);
     *std::copy(text.begin(), text.end(), place.begin()) = '\0';
     return std::strtod(place.data(), nullptr);

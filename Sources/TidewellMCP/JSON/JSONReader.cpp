@@ -211,7 +211,7 @@ NumberToken JSONReader::readNumber() {
     return token;
 }
 
-/// A token that may go on behind the end of the piece: the next pieces are joined to it until it ends.
+/// A number may continue in the next piece: pieces are joined until it ends.
 void JSONReader::getWholeNumber() {
     auto length = std::ptrdiff_t{0};
     do {

@@ -40,18 +40,18 @@ private:
     std::size_t offset_;
 };
 
-/// Where a text comes from that arrives in pieces.
+/// The source of a text that arrives in pieces.
 class JSONSource {
 public:
     virtual ~JSONSource() = default;
-    /// The next piece, with `kept`, the end of the piece before, in front of it. When nothing follows, `kept`
-    /// alone. The piece before is gone then.
+    /// Returns the next piece with `kept`, the end of the previous one, in front of it; `kept` alone when
+    /// nothing follows. The previous piece is gone then.
     virtual std::string_view next(std::string_view kept) = 0;
 };
 
 /// What a reader reports, and the consumer that ignores all of it. Others redefine the events that they need.
-/// A run is text that may stand in any JSON string as it is. A string or key that has escapes, or lies in several
-/// pieces, is told between its begin and its end, as runs and decoded escapes.
+/// A run is text that may stand in any JSON string as it is. A string or key that has escapes, or lies in
+/// several pieces, is reported between its begin and its end, as runs and decoded escapes.
 struct JSONConsumer {
     void null() {}
     void boolean(bool) {}
@@ -79,7 +79,7 @@ public:
     /// Reads what `source` gives.
     explicit JSONReader(JSONSource& source) noexcept : source_(&source) {}
 
-    /// The first byte of what follows, blanks left out: it tells the kind of a value.
+    /// The next byte that is not a blank: it tells the kind of a value.
     char next() {
         if (at_ == end_ || isBlank(*at_)) skipBlanks();
         if (at_ == end_) fail(unexpectedEnd);
@@ -117,9 +117,9 @@ private:
         return {start, static_cast<std::size_t>(at_ - start)};
     }
 
-    /// Opens a container and says whether there is anything in it; an empty one is closed again.
+    /// Opens a container and returns whether anything is in it; an empty one is closed again.
     bool open(bool isObject);
-    /// Behind a value inside a container: true before the next one, false behind the closing bracket.
+    /// After a value inside a container: true if another follows; false when the closing bracket was read.
     bool continues() {
         if (!isAt(',')) return continuesBehindBlanks();
         ++at_;
@@ -159,7 +159,7 @@ private:
     const char* at_ = nullptr;
     const char* end_ = nullptr;
     const char* tail_ = nullptr;  // from here on the piece may be the beginning of a number
-    std::size_t before_ = 0;      // bytes of the text in front of `begin_`
+    std::size_t before_ = 0;      // bytes of the text before `begin_`
     std::size_t nesting_ = 0;
     std::bitset<maximumNesting> isObject_;  // the first `nesting_` of them
     std::string key_;                       // of the member being read
@@ -225,7 +225,7 @@ bool JSONReader::readObject(OnMember member) {
     return true;
 }
 
-/// From the opening quote to behind the closing one, here and below.
+/// From the opening quote past the closing one, here and below.
 template <typename Consumer>
 void JSONReader::readString(Consumer& consumer) {
     const char* const run = ++at_;
@@ -255,7 +255,7 @@ void JSONReader::readMemberKey(Consumer& consumer) {
     readColon();
 }
 
-/// To the closing quote, of a string of which `run` was read.
+/// Reads on to the closing quote; what stands from `run` on has not been reported yet.
 template <typename Consumer>
 void JSONReader::readPieces(const char* run, Consumer& consumer) {
     for (;;) {

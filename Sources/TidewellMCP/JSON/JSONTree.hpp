@@ -1,4 +1,4 @@
-// JSONTree.hpp: builds a JSONValue from what a reader tells.
+// JSONTree.hpp: builds a JSONValue from what a reader reports.
 #pragma once
 
 #include "JSON/JSONReader.hpp"

@@ -14,7 +14,7 @@ namespace {
 
 using Writer = JSONWriter<JSONForm::plain>;
 
-/// Tells the writer a string. False when it is not UTF-8.
+/// Writes a string. False if it is not UTF-8.
 bool tellText(std::string_view text, Writer& writer) {
     while (!text.empty()) {
         const auto plain =
@@ -37,7 +37,7 @@ bool tellText(std::string_view text, Writer& writer) {
 
 bool tell(const JSONValue& value, Writer& writer);
 
-/// Tells the writer one after another, with what stands between them. False when one has no JSON form.
+/// Writes one item after another, with commas between them. False if one has no JSON form.
 bool tellAll(const auto& items, Writer& writer, const auto& tellOne) {
     bool isFirst = true;
     return std::ranges::all_of(items, [&](const auto& item) {

@@ -43,7 +43,7 @@ public:
     JSONValue(const char* text) : JSONValue(std::string(text)) {}
 
     static JSONValue array(std::vector<JSONValue> elements);
-    /// Of members with one key the last wins.
+    /// Of members with the same key the last wins.
     static JSONValue object(std::vector<Member> members);
 
     /// Reads one JSON text. Throws JSONError (JSONReader.hpp).
@@ -75,7 +75,7 @@ public:
     friend bool operator==(const JSONValue& left, const JSONValue& right);
 
 private:
-    // Shared, so that no copy of the variant can fail: with GCC 12's library a failed one jumps anywhere.
+    // Shared, so that no copy of the variant can fail: after a failed one, GCC 12's library jumps anywhere.
     using String = std::shared_ptr<const std::string>;
     using Array = std::shared_ptr<const std::vector<JSONValue>>;
     using Object = std::shared_ptr<const std::vector<Member>>;

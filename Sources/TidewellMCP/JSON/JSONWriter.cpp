@@ -22,9 +22,9 @@ constexpr char escapeLetter(std::uint32_t scalar) noexcept {
     }
 }
 
-/// The token written canonically, where that is part of the token itself; empty where it takes arithmetic.
-/// Up to fifteen digits survive the way to a double and back, so a decimal fraction of no more, without zeros
-/// at its end, is the shortest form already. (One that begins with 0 may be shorter with an exponent.)
+/// The token's canonical form, if that is a part of the token itself; empty if it takes arithmetic. Up to
+/// fifteen digits survive conversion to a double and back, so a decimal fraction of no more, without trailing
+/// zeros, is already the shortest form. (One that begins with 0 may be shorter with an exponent.)
 std::string_view canonicalPart(const NumberToken& token) noexcept {
     constexpr std::size_t integerDigits = 18;
     constexpr std::size_t fractionDigits = 15;
@@ -103,7 +103,7 @@ bool JSONWriter<form>::mayRepeat(std::span<const Member> members) const noexcept
     return isSeen;
 }
 
-/// At the end of an object: cuts out the members whose key stands again behind them. Keys are compared as they
+/// At the end of an object: cuts out the members whose key occurs again after them. Keys are compared as they
 /// were written, and written keys are equal exactly when the keys are, however each was escaped.
 template <JSONForm form>
 void JSONWriter<form>::dropSuperseded() {
@@ -117,7 +117,7 @@ void JSONWriter<form>::dropSuperseded() {
     members_.resize(first);
 }
 
-/// Each member goes with the comma behind it; the last one always stays.
+/// Each member is cut with the comma after it; the last one always stays.
 template <JSONForm form>
 void JSONWriter<form>::cut(const std::vector<bool>& superseded, std::span<const Member> members) {
     if (superseded.empty()) return;

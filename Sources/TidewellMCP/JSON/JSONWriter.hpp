@@ -1,8 +1,8 @@
-// JSONWriter.hpp: canonical JSON text: compact, slashes not escaped, other characters as raw UTF-8, numbers in
-// their shortest form that reads back equal, of members with one key the last.
+// JSONWriter.hpp: canonical JSON text: compact, slashes not escaped, other characters as raw UTF-8, numbers
+// in their shortest form that reads back equal, of members with the same key the last.
 //
-// The writer is a consumer of what a reader tells, so that a text is rewritten in one pass and no tree is made
-// of it: reader.readValue(writer).
+// The writer is a consumer of what a reader reports, so a text is rewritten in one pass, without a tree:
+// reader.readValue(writer).
 #pragma once
 
 #include "Base/ByteBuffer.hpp"

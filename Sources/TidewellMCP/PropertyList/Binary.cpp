@@ -83,7 +83,7 @@ public:
         if (!top || top->kind != dictionary) return std::nullopt;
         heights_.assign(table_, unknown);
         if (heightOf(*top, propertyListNestingLimit) == unknown) return std::nullopt;
-        for (std::uint64_t index = top->count; index-- > 0;) {  // from behind: the last of equal keys wins
+        for (std::uint64_t index = top->count; index-- > 0;) {  // backward: the last of equal keys wins
             if (!isKey(*child(*top, index))) continue;
             const std::optional<Object> value = child(*top, top->count + index);
             return value->isString() ? std::optional(textOf(*value)) : std::nullopt;
@@ -173,7 +173,7 @@ private:
         return height;
     }
 
-    /// Long keys are told apart unread: a UTF-16 unit never takes less than a byte of UTF-8.
+    /// A key that is too long is not read: a UTF-16 unit never takes less than a byte of UTF-8.
     bool isKey(const Object& string) const { return string.count <= key_.size() && textOf(string) == key_; }
 
     static std::string textOf(const Object& string) {

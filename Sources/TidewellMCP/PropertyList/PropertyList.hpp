@@ -2,11 +2,11 @@
 //
 // A property list comes in three forms, binary, XML and an older text form; the file itself shows which it
 // is. No tree is built: a form's reader walks the whole file and remembers the one value asked for. What
-// other values say is not judged.
+// other values hold is not checked.
 //
 // Units     bytes in, UTF-8 out; time and memory grow linearly with the file.
 // Errors    not distinguished: any failure returns nothing.
-// Threads   pure, no state: callable from any thread at once.
+// Threads   pure, no state: callable from several threads at once.
 
 #pragma once
 

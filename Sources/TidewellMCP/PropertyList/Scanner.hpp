@@ -1,5 +1,5 @@
 // Scanner.hpp: what the readers of the two written forms share: a place in the text and the answer so far.
-// Every take... takes its part off the front of the text; one that says no takes nothing.
+// Every take... takes its part off the front of the text; one that fails takes nothing.
 
 #pragma once
 
@@ -22,7 +22,7 @@ protected:
         return true;
     }
 
-    /// The next `length` bytes, or all when they are fewer.
+    /// The next `length` bytes, or all if there are fewer.
     std::string_view takeBytes(std::size_t length) {
         const std::string_view taken = rest_.substr(0, length);
         rest_.remove_prefix(taken.size());
@@ -32,7 +32,7 @@ protected:
     std::string_view takeWhile(std::string_view set) { return takeBytes(rest_.find_first_not_of(set)); }
     std::string_view takeUntil(std::string_view set) { return takeBytes(rest_.find_first_of(set)); }
 
-    /// What stands between `open` and the first `close` behind it; takes all three.
+    /// What stands between `open` and the first `close` after it; takes all three.
     std::optional<std::string_view> takeBetween(std::string_view open, std::string_view close) {
         const std::size_t end =
             rest_.starts_with(open) ? rest_.find(close, open.size()) : std::string_view::npos;
@@ -53,7 +53,7 @@ protected:
 
     std::string_view rest_;
     std::string_view key_;
-    std::optional<std::string> string_;  ///< The key or value read last; nothing when it was no string.
+    std::optional<std::string> string_;  ///< The key or value read last; nothing if it was not a string.
     std::optional<std::string> found_;   ///< The value asked for, once it has been read.
 };
 

@@ -153,7 +153,7 @@ private:
         }
     }
 
-    /// The line and the paragraph separator (U+2028, U+2029) end a line too.
+    /// The line and paragraph separators (U+2028, U+2029) end a line too.
     bool takeLineEnd() { return takeOneOf("\r\n") || take("\u2028") || take("\u2029"); }
 
     bool takeOneOf(std::string_view set) { return startsWithOneOf(set) && take(rest_.substr(0, 1)); }

@@ -136,7 +136,7 @@ constexpr PromptRow promptRows[] = {
 };
 // clang-format on
 
-/// What an unknown prompt says. "prompts/get" never asks for it, but the operation is total.
+/// The text of an unknown prompt. "prompts/get" never asks for it, but promptMessages() is total.
 constexpr std::string_view genericPromptText =
     "Use Tidewell tools in the safe order: list → search → propose → confirm → apply.";
 

@@ -1,5 +1,5 @@
-// Catalog.hpp: everything that the server publishes about itself. Fixed tables, whose JSON text is made on first
-// use under a once-only guard and read-only afterwards, so that any thread may read it.
+// Catalog.hpp: everything that the server publishes about itself. Fixed tables, whose JSON text is made on
+// first use, once, and only read afterwards: any thread may read it.
 #pragma once
 
 #include "JSON/JSONValue.hpp"

@@ -48,11 +48,11 @@ void handlePromptsList(const Call& call) { list("prompts", Catalog::prompts(), c
 void handlePing(const Call& call) { call.result.append("{}"); }
 void handleShutdown(const Call& call) { call.result.append("null"); }
 
-/// The rest of a tool result, behind the text of what the host app replied.
+/// Completes a tool result, whose text is what the host app replied.
 void wrapSocketResponse(const HostReply& reply, std::size_t start, ByteBuffer& result) {
     if (reply.isSuccess) return result.append(R"("}],"isError":false})");
     result.truncate(start);
-    // Each member is judged on its own: a numeric code does not cost the message.
+    // Each member is checked on its own: a numeric code does not lose the message.
     toolErrorResult(reply.code.value_or("error"), reply.message.value_or("unknown error"), reply.hint,
                     result);
 }

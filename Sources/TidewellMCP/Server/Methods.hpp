@@ -22,9 +22,9 @@ struct Call {
 
 /// What happens to a request.
 enum class Effect : std::uint8_t {
-    answer,   ///< it is answered here; a notification is not even looked at
+    answer,   ///< it is answered here; a notification is ignored
     forward,  ///< it goes to the host app, which takes time and has side effects, also for a notification
-    nothing,  ///< it is known, and never answered
+    nothing,  ///< it is known and never answered
     exit,     ///< it ends the conversation
 };
 

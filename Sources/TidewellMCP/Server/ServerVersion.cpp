@@ -13,11 +13,11 @@ namespace tidewell {
 
 namespace {
 
-/// Far above any real version file, and soon read.
+/// Far above any real version file, and still read quickly.
 constexpr std::size_t largestVersionFile = 16 << 20;
 
 /// The content of a file of a sensible size. Whatever else lies at that path (a pipe, a device, a folder)
-/// must not hold up the start: nothing is waited for.
+/// must not hold up the start, so nothing is waited for.
 std::optional<std::string> readWholeFile(const std::string& path) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.isOpen()) return std::nullopt;

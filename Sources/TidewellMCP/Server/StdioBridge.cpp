@@ -90,8 +90,7 @@ StdioBridge::Ending StdioBridge::run() {
 
 StdioBridge::Next StdioBridge::handleLine(std::string_view line) {
     std::optional<Message> message;
-    // The one place where what went wrong becomes a JSON-RPC error. A line that could not be read gets one without
-    // an id.
+    // The one place where a failure becomes a JSON-RPC error. An unreadable line gets one with id null.
     const auto fail = [&](std::int64_t code, const std::string& text) {
         if (!message || !message->isNotification()) writeError(message ? message->id : "", code, text);
         return Next::goOn;
@@ -106,7 +105,7 @@ StdioBridge::Next StdioBridge::handleLine(std::string_view line) {
             return message ? fail(ErrorCode::internalError, internalErrorMessage(error))
                            : fail(ErrorCode::parseError, "Parse error");
         }
-    } catch (const std::exception& error) {  // also when there was no memory for another error
+    } catch (const std::exception& error) {  // also when another error found no memory
         return fail(ErrorCode::internalError, internalErrorMessage(error));
     }
 }
@@ -140,8 +139,8 @@ StdioBridge::Next StdioBridge::carryOut(const Message& message) {
         if (!message.isNotification()) answer(*row, message);
         break;
     case Effect::forward:
-        // It waits for the host app, so that is done on the worker, the reply included: waking this thread
-        // first would put one more change of threads between a reply and the client.
+        // This waits for the host app, so the worker does it and sends the reply too: waking this thread
+        // first would delay every reply by another switch of threads.
         worker_.run([&] { answer(*row, message); });
         break;
     case Effect::nothing: break;
@@ -164,7 +163,7 @@ void StdioBridge::writeError(std::string_view id, std::int64_t code, std::string
     sendReply(hasEcho);
 }
 
-/// Up to the result or error. False when the id cannot be echoed.
+/// Begins the reply, up to its result or error. False if the id cannot be echoed.
 bool StdioBridge::beginReply(std::string_view id) {
     reply_.clear();
     reply_.append(R"({"jsonrpc":"2.0","id":)");

@@ -23,13 +23,13 @@
 namespace tidewell {
 
 /// Ends `line` with a line feed and writes all of it to `output`: a partial write, an interruption or a full
-/// non-blocking pipe only means waiting, so that no line is ever cut. A real error drops the rest, unreported.
-/// The one way in which a protocol message leaves the process.
+/// non-blocking pipe only means waiting, so that no line is ever cut. A real error drops the rest,
+/// unreported. The only way for a protocol message to leave the process.
 void emitLine(ByteBuffer& line, int output = STDOUT_FILENO);
 
 class StdioBridge {
 public:
-    /// Talks over the two descriptors, which stay the caller's.
+    /// Talks over the two descriptors, which the caller keeps and closes.
     explicit StdioBridge(SocketClient socket, int input = STDIN_FILENO, int output = STDOUT_FILENO);
 
     /// Why a conversation is over.
