@@ -3,6 +3,7 @@
 #include "Base/Platform.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstdlib>
 #include <new>
@@ -11,34 +12,36 @@ namespace tidewell {
 
 namespace {
 
-constexpr std::size_t leastCapacity = 512;
+/// A block and what malloc keeps beside it take a power of two together: a large block then is whole large pages.
+constexpr std::size_t leastBlock = 512;
+constexpr std::size_t besideContent = 32;
+constexpr std::size_t largestContent = PTRDIFF_MAX / 2;
 
 }  // namespace
 
-ByteBuffer::~ByteBuffer() { std::free(bytes_); }
+ByteBuffer::~ByteBuffer() { std::free(begin_); }
 
 void ByteBuffer::grow(std::size_t more) {
-    if (more > PTRDIFF_MAX - size_) throw std::bad_alloc();
-    std::size_t wanted = std::max({leastCapacity, capacity_ * 2, size_ + more});
-    void* grown = std::realloc(bytes_, wanted);
+    const std::size_t content = size();
+    if (more > largestContent - content) throw std::bad_alloc();
+    const std::size_t least = std::max(content + more, capacity() + 1) + besideContent;
+    std::size_t wanted = std::bit_ceil(std::max(leastBlock, least)) - besideContent;
+    void* grown = std::realloc(begin_, wanted);
     if (grown == nullptr) {
         // Short of memory: grow by a sixteenth. Growing byte by byte would copy the buffer each time.
-        wanted = size_ + more + capacity_ / 16;
-        grown = std::realloc(bytes_, wanted);
+        wanted = content + more + capacity() / 16;
+        grown = std::realloc(begin_, wanted);
     }
     if (grown == nullptr) throw std::bad_alloc();
     Platform::preferLargePages(grown, wanted);
-    bytes_ = static_cast<char*>(grown);
-    capacity_ = wanted;
+    useBlock(grown, content, wanted);
 }
 
 void ByteBuffer::shrink() noexcept {
-    const std::size_t wanted = std::max(leastCapacity, size_);
-    if (wanted >= capacity_) return;
-    void* const shrunk = std::realloc(bytes_, wanted);
-    if (shrunk == nullptr) return;
-    bytes_ = static_cast<char*>(shrunk);
-    capacity_ = wanted;
+    const std::size_t wanted = std::max(leastBlock - besideContent, size());
+    if (wanted >= capacity()) return;
+    void* const shrunk = std::realloc(begin_, wanted);
+    if (shrunk != nullptr) useBlock(shrunk, size(), wanted);
 }
 
 }  // namespace tidewell

@@ -24,40 +24,39 @@ public:
     }
     ~ByteBuffer();
 
-    std::string_view view() const noexcept { return {bytes_, size_}; }
-    char* data() const noexcept { return bytes_; }
-    std::size_t size() const noexcept { return size_; }
-    std::size_t capacity() const noexcept { return capacity_; }
+    std::string_view view() const noexcept { return {begin_, size()}; }
+    char* data() const noexcept { return begin_; }
+    std::size_t size() const noexcept { return static_cast<std::size_t>(end_ - begin_); }
+    std::size_t capacity() const noexcept { return static_cast<std::size_t>(limit_ - begin_); }
 
     /// Returns where at least `more` bytes may be written after the content; endAt() makes them part of it.
     /// Invalidates earlier pointers and views.
     char* room(std::size_t more) {
-        if (capacity_ - size_ < more) grow(more);
-        return bytes_ + size_;
+        if (static_cast<std::size_t>(limit_ - end_) < more) grow(more);
+        return end_;
     }
     /// Ends the content at `end`, which room() returned or which lies after that.
-    void endAt(const char* end) noexcept { size_ = static_cast<std::size_t>(end - bytes_); }
+    void endAt(char* end) noexcept { end_ = end; }
 
     void append(std::string_view bytes) {
         if (bytes.empty()) return;
-        char* const place = room(bytes.size());
-        std::memcpy(place, bytes.data(), bytes.size());
-        endAt(place + bytes.size());
+        std::memcpy(room(bytes.size()), bytes.data(), bytes.size());
+        end_ += bytes.size();
     }
     void append(char byte) {
-        char* const place = room(1);
-        *place = byte;
-        endAt(place + 1);
+        *room(1) = byte;
+        ++end_;
     }
 
     /// Drops the content and keeps the memory.
-    void clear() noexcept { size_ = 0; }
+    void clear() noexcept { end_ = begin_; }
     /// Drops what follows the first `size` bytes, and keeps the memory.
-    void truncate(std::size_t size) noexcept { size_ = size; }
+    void truncate(std::size_t size) noexcept { end_ = begin_ + size; }
     /// Drops `count` bytes at the start, not more than there are.
     void dropFront(std::size_t count) noexcept {
-        size_ -= count;
-        if (count > 0 && size_ > 0) std::memmove(bytes_, bytes_ + count, size_);
+        const std::size_t left = size() - count;
+        if (count > 0 && left > 0) std::memmove(begin_, begin_ + count, left);
+        truncate(left);
     }
 
     /// Gives back memory that the content does not need, if the system can.
@@ -66,14 +65,19 @@ public:
 private:
     void grow(std::size_t more);
     void swap(ByteBuffer& other) noexcept {
-        std::swap(bytes_, other.bytes_);
-        std::swap(size_, other.size_);
-        std::swap(capacity_, other.capacity_);
+        std::swap(begin_, other.begin_);
+        std::swap(end_, other.end_);
+        std::swap(limit_, other.limit_);
+    }
+    void useBlock(void* block, std::size_t content, std::size_t capacity) noexcept {
+        begin_ = static_cast<char*>(block);
+        end_ = begin_ + content;
+        limit_ = begin_ + capacity;
     }
 
-    char* bytes_ = nullptr;
-    std::size_t size_ = 0;
-    std::size_t capacity_ = 0;
+    char* begin_ = nullptr;
+    char* end_ = nullptr;    // of the content
+    char* limit_ = nullptr;  // of the memory
 };
 
 }  // namespace tidewell
