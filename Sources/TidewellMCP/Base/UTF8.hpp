@@ -2,6 +2,7 @@
 // above U+10FFFF).
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -32,22 +33,34 @@ constexpr std::size_t multibyteLength(std::string_view text) noexcept {
     return 0;
 }
 
-/// Appends one Unicode scalar value.
-inline void appendScalar(std::string& text, std::uint32_t scalar) {
-    const auto append = [&](std::uint32_t byte) { text.push_back(static_cast<char>(byte)); };
-    if (scalar < 0x80) return append(scalar);
+/// The most bytes that writeScalar() takes.
+inline constexpr std::size_t longestScalar = 4;
+
+/// Writes one Unicode scalar value to `at` and returns the end of it.
+constexpr char* writeScalar(char* at, std::uint32_t scalar) noexcept {
+    const auto put = [&](std::uint32_t byte) { *at++ = static_cast<char>(byte); };
+    if (scalar < 0x80) {
+        put(scalar);
+        return at;
+    }
     if (scalar < 0x800) {
-        append(0xC0 | scalar >> 6);
+        put(0xC0 | scalar >> 6);
     } else {
         if (scalar < 0x10000) {
-            append(0xE0 | scalar >> 12);
+            put(0xE0 | scalar >> 12);
         } else {
-            append(0xF0 | scalar >> 18);
-            append(0x80 | (scalar >> 12 & 0x3F));
+            put(0xF0 | scalar >> 18);
+            put(0x80 | (scalar >> 12 & 0x3F));
         }
-        append(0x80 | (scalar >> 6 & 0x3F));
+        put(0x80 | (scalar >> 6 & 0x3F));
     }
-    append(0x80 | (scalar & 0x3F));
+    put(0x80 | (scalar & 0x3F));
+    return at;
+}
+
+inline void appendScalar(std::string& text, std::uint32_t scalar) {
+    std::array<char, longestScalar> bytes;
+    text.append(bytes.data(), writeScalar(bytes.data(), scalar));
 }
 
 /// `text` with U+FFFD in place of every byte that belongs to no well-formed sequence.

@@ -76,13 +76,14 @@ void JSONWriter<form>::real(double value) {
 template <JSONForm form>
 void JSONWriter<form>::scalar(std::uint32_t scalar) {
     if (scalar >= 0x80 || isPlain(static_cast<char>(scalar))) {
-        std::string character;
-        appendScalar(character, scalar);
-        return out_.append(character);
+        return out_.endAt(writeScalar(out_.room(longestScalar), scalar));
     }
     const char letter = escapeLetter(scalar);
     const bool isQuoteOrBackslash = letter == '"' || letter == '\\';
-    if (form == JSONForm::insideString) out_.append(isQuoteOrBackslash ? "\\\\" : "\\");
+    if (form == JSONForm::insideString) {
+        out_.append('\\');
+        if (isQuoteOrBackslash) out_.append('\\');
+    }
     out_.append('\\');
     out_.append(letter);
     if (letter != 'u') return;

@@ -37,11 +37,10 @@ public:
     void number(const NumberToken& token);
     void integer(std::int64_t value);
     void real(double value);  ///< finite
-    void string(std::string_view run) { appendQuoted(run); }
+    void string(std::string_view run) { append(run, quoteMark); }
     void key(std::string_view run) {
-        members_.push_back({.start = out_.size()});
-        appendQuoted(run);
-        finishKey();
+        members_.push_back({.start = out_.size(), .keySize = run.size(), .sketch = sketchOf(run)});
+        append(run, endOfKey);
     }
     void beginString() { out_.append(quoteMark); }
     void beginKey() {
@@ -52,8 +51,10 @@ public:
     void scalar(std::uint32_t scalar);
     void endString() { out_.append(quoteMark); }
     void endKey() {
-        out_.append(quoteMark);
-        finishKey();
+        Member& member = members_.back();
+        member.keySize = out_.size() - member.start - quoteMark.size();
+        member.sketch = sketchOf(keyOf(member));
+        out_.append(endOfKey);
     }
     void beginArray() { out_.append('['); }
     void endArray() { out_.append(']'); }
@@ -69,30 +70,25 @@ public:
 
 private:
     static constexpr std::string_view quoteMark = form == JSONForm::plain ? "\"" : "\\\"";
+    static constexpr std::string_view endOfKey = form == JSONForm::plain ? "\":" : "\\\":";
 
-    /// Where a member stands in the text: its key with quote marks, then its value.
+    /// Where a member stands in the text, and what is known of its key.
     struct Member {
-        std::size_t start;
+        std::size_t start;  // of the key's quote mark
         std::size_t keySize = 0;
         std::uint64_t sketch = 0;
     };
 
     std::string_view keyOf(const Member& member) const noexcept {
-        return out_.view().substr(member.start, member.keySize);
+        return {out_.data() + member.start + quoteMark.size(), member.keySize};
     }
-    void finishKey() {
-        Member& member = members_.back();
-        member.keySize = out_.size() - member.start;
-        member.sketch = sketchOf(keyOf(member));
-        out_.append(':');
-    }
-    static char* put(char* at, std::string_view text) noexcept {
-        std::memcpy(at, text.data(), text.size());
-        return at + text.size();
-    }
-    void appendQuoted(std::string_view run) {
-        char* const at = out_.room(run.size() + 2 * quoteMark.size() + 1);  // and a colon
-        out_.endAt(put(put(put(at, quoteMark), run), quoteMark));
+    void append(std::string_view run, std::string_view ending) {
+        const auto put = [](char* at, std::string_view text) {
+            std::memcpy(at, text.data(), text.size());
+            return at + text.size();
+        };
+        char* const at = out_.room(quoteMark.size() + run.size() + ending.size());
+        out_.endAt(put(put(put(at, quoteMark), run), ending));
     }
     bool mayRepeat(std::span<const Member> members) const noexcept;
     void dropSuperseded();
