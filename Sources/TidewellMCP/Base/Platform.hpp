@@ -48,6 +48,10 @@ void configureMemory() noexcept;
 /// message of megabytes costs more time in page faults than in reading it. Skips small blocks.
 void preferLargePages(void* block, std::size_t size) noexcept;
 
+/// The double nearest to a number in JSON's form, read by the C++ library, several times as fast as by strtod(); nothing
+/// where that library cannot, or the number is beyond a double's range.
+std::optional<double> parseDouble(std::string_view text);
+
 /// Fills `bytes` (at most 256) from the system's random source; false on failure.
 bool fillRandom(std::span<unsigned char> bytes);
 

@@ -80,6 +80,9 @@ ssize_t writeBytes(int descriptor, std::string_view bytes) {
 void configureMemory() noexcept {}
 void preferLargePages(void*, std::size_t) noexcept {}
 
+// LLVM's library reads doubles from version 20 on.
+std::optional<double> parseDouble(std::string_view) { return std::nullopt; }
+
 bool fillRandom(std::span<unsigned char> bytes) { return ::getentropy(bytes.data(), bytes.size()) == 0; }
 
 }  // namespace tidewell::Platform

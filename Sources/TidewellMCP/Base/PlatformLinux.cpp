@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -76,6 +77,15 @@ void preferLargePages(void* block, std::size_t size) noexcept {
     const auto pageSize = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
     const std::size_t before = reinterpret_cast<std::uintptr_t>(block) % pageSize;
     ::madvise(static_cast<char*>(block) - before, before + size, MADV_HUGEPAGE);  // advisory
+}
+
+std::optional<double> parseDouble(std::string_view text) {
+#ifdef __cpp_lib_to_chars
+    double value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error == std::errc()) return value;
+#endif
+    return std::nullopt;
 }
 
 bool fillRandom(std::span<unsigned char> bytes) { return ::getentropy(bytes.data(), bytes.size()) == 0; }

@@ -1,5 +1,7 @@
 #include "JSON/JSONNumber.hpp"
 
+#include "Base/Platform.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -64,8 +66,9 @@ Decimal decimalOf(std::string_view text) noexcept {
     return decimal;
 }
 
-/// The C library rounds correctly; its decimal point is '.', because this program never sets a locale.
+/// Both ways round correctly. The C library's decimal point is '.', because this program never sets a locale.
 double nearestDouble(std::string_view text) {
+    if (const auto value = Platform::parseDouble(text)) return *value;
     std::array<char, 64> place;  // nearly every number fits and needs no allocation
     if (text.size() >= place.size()) return std::strtod(std::string(text).c_str(), nullptr);
     *std::copy(text.begin(), text.end(), place.begin()) = '\0';
