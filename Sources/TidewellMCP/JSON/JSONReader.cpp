@@ -23,6 +23,19 @@ bool isOutOfRange(const NumberToken& token) {
 
 }  // namespace
 
+const char* skipVerbatimBeyondASCII(const char* at, const char* end) noexcept {
+    const auto isASCII = [&] { return at == end || static_cast<unsigned char>(*at) < 0x80; };
+    do {
+        do {
+            const std::size_t length = multibyteLength({at, static_cast<std::size_t>(end - at)});
+            if (length == 0) return at;
+            at += length;
+        } while (!isASCII());
+        at = skipPlain(at, end);
+    } while (!isASCII());
+    return at;
+}
+
 JSONError::JSONError(const char* reason, std::size_t offset)
     : description_("invalid JSON at byte " + std::to_string(offset) + ": " + reason), offset_(offset) {}
 
@@ -79,36 +92,48 @@ void JSONReader::expectKey() {
     if (next() != '"') fail("expected a string as key");
 }
 
-namespace {
+/// Takes one string or key, in `place` where it does not stand in the text as it is. A piece of a source does not
+/// stay either.
+class JSONReader::StringKeeper : public JSONConsumer {
+public:
+    StringKeeper(std::string& place, bool textStays) : place_(place), textStays_(textStays) {}
+    std::string_view kept() const noexcept { return kept_; }
 
-/// Keeps one string or key.
-struct StringKeeper : JSONConsumer {
-    std::string& kept;
-    explicit StringKeeper(std::string& place) : kept(place) { kept.clear(); }
+    void string(std::string_view run) { kept_ = textStays_ ? run : place_ = run; }
+    void key(std::string_view run) { string(run); }
+    void beginString() { place_.clear(); }
+    void beginKey() { place_.clear(); }
+    void text(std::string_view run) { place_ += run; }
+    void scalar(std::uint32_t scalar) { appendScalar(place_, scalar); }
+    void endString() { kept_ = place_; }
+    void endKey() { kept_ = place_; }
 
-    void string(std::string_view run) { kept = run; }
-    void key(std::string_view run) { kept = run; }
-    void text(std::string_view run) { kept += run; }
-    void scalar(std::uint32_t scalar) { appendScalar(kept, scalar); }
+private:
+    std::string& place_;
+    const bool textStays_;
+    std::string_view kept_;
 };
 
-}  // namespace
-
 std::optional<std::string> JSONReader::readString() {
+    std::string place;
+    const auto string = readString(place);
+    return string ? std::optional<std::string>(*string) : std::nullopt;
+}
+
+std::optional<std::string_view> JSONReader::readString(std::string& place) {
     if (next() != '"') {
         skipValue();
         return std::nullopt;
     }
-    std::string string;
-    StringKeeper keeper(string);
+    StringKeeper keeper(place, source_ == nullptr);
     readString(keeper);
-    return string;
+    return keeper.kept();
 }
 
 std::string_view JSONReader::readKey() {
-    StringKeeper keeper(key_);
+    StringKeeper keeper(key_, source_ == nullptr);
     readMemberKey(keeper);
-    return key_;
+    return keeper.kept();
 }
 
 /// This byte is not allowed in a string, unless the piece ends here, possibly inside a character.

@@ -98,6 +98,8 @@ public:
 
     /// Reads one value; nothing when it is not a string.
     std::optional<std::string> readString();
+    /// The same, but copies into `place` only what does not stand in the text as it is, or would not stay there.
+    std::optional<std::string_view> readString(std::string& place);
 
     /// Skips one value and returns its text. Only for a text that does not come from a source.
     std::string_view rawValue();
@@ -138,6 +140,7 @@ private:
     void getMoreOfString();
     std::uint32_t readEscape();
     std::uint32_t readFourHexDigits();
+    class StringKeeper;
     std::string_view readKey();
     void readColon() {
         if (!isAt(':') && next() != ':') fail("expected ':'");
@@ -228,16 +231,16 @@ bool JSONReader::readObject(OnMember member) {
 /// From the opening quote past the closing one, here and below.
 template <typename Consumer>
 void JSONReader::readString(Consumer& consumer) {
-    const char* const run = ++at_;
-    at_ = skipVerbatim(at_, end_);
+    const char* const run = at_ + 1;
+    at_ = skipVerbatim(run, end_);
     if (isAt('"')) {
-        consumer.string(since(run));
+        consumer.string({run, at_++});
     } else {
         consumer.beginString();
         readPieces(run, consumer);
         consumer.endString();
+        ++at_;
     }
-    ++at_;
 }
 
 template <typename Consumer>

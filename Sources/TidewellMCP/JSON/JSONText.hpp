@@ -40,18 +40,16 @@ inline const char* skipPlain(const char* at, const char* end) noexcept {
     return at;
 }
 
+/// The rest of skipVerbatim(), from a byte outside ASCII on. Apart from it, so that the usual case stays short enough to
+/// be inlined.
+const char* skipVerbatimBeyondASCII(const char* at, const char* end) noexcept;
+
 /// The first byte of [at, end) that may not stand in a JSON string as it is, or begins something that is not
 /// well-formed UTF-8; or `end`.
 inline const char* skipVerbatim(const char* at, const char* end) noexcept {
-    for (;;) {
-        at = skipPlain(at, end);
-        if (at == end || static_cast<unsigned char>(*at) < 0x80) return at;
-        do {
-            const std::size_t length = multibyteLength({at, static_cast<std::size_t>(end - at)});
-            if (length == 0) return at;
-            at += length;
-        } while (at != end && static_cast<unsigned char>(*at) >= 0x80);
-    }
+    at = skipPlain(at, end);
+    if (at == end || static_cast<unsigned char>(*at) < 0x80) return at;
+    return skipVerbatimBeyondASCII(at, end);
 }
 
 }  // namespace tidewell

@@ -8,6 +8,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -53,6 +54,12 @@ bool idToJSON(std::string_view id, ByteBuffer& out) {
     case '{':
     case '[': out.append("null"); return true;
     default: break;
+    }
+    constexpr std::size_t surelyFits = 18;
+    const auto isDigit = [](char byte) { return byte >= '0' && byte <= '9'; };
+    if (id.size() <= surelyFits && std::ranges::all_of(id, isDigit)) {
+        out.append(id);
+        return true;
     }
     const std::optional<std::int64_t> rounded = JSONValue::decode(id).integer();
     const std::optional<std::int64_t> integer = rounded ? rounded : integerPart(id);
@@ -126,12 +133,13 @@ StdioBridge::Message StdioBridge::readMessage(std::string_view line) {
 }
 
 StdioBridge::Next StdioBridge::carryOut(const Message& message) {
-    std::string method;
-    if (!message.method.empty()) method = JSONReader(message.method).readString().value_or("");
+    std::string decoded;
+    std::string_view method;
+    if (!message.method.empty()) method = JSONReader(message.method).readString(decoded).value_or("");
     const MethodRow* const row = findMethod(method);
     if (row == nullptr) {
         if (!message.isNotification())
-            writeError(message.id, ErrorCode::methodNotFound, "Method not found: " + method);
+            writeError(message.id, ErrorCode::methodNotFound, "Method not found: " + std::string(method));
         return Next::goOn;
     }
     switch (row->effect) {
@@ -150,25 +158,23 @@ StdioBridge::Next StdioBridge::carryOut(const Message& message) {
 }
 
 void StdioBridge::answer(const MethodRow& row, const Message& message) {
-    const bool hasEcho = beginReply(message.id);
-    reply_.append(R"("result":)");
+    const bool hasEcho = beginReply(message.id, R"(,"result":)");
     row.handler({message.params, socket_, reply_});
     if (!message.isNotification()) sendReply(hasEcho);
 }
 
 void StdioBridge::writeError(std::string_view id, std::int64_t code, std::string_view message) {
-    const bool hasEcho = beginReply(id);
-    reply_.append(R"("error":)");
+    const bool hasEcho = beginReply(id, R"(,"error":)");
     JSONValue::object({{"code", code}, {"message", message}}).writeJSON(reply_);
     sendReply(hasEcho);
 }
 
-/// Begins the reply, up to its result or error. False if the id cannot be echoed.
-bool StdioBridge::beginReply(std::string_view id) {
+/// Begins the reply, up to its result or error, which `member` introduces. False if the id cannot be echoed.
+bool StdioBridge::beginReply(std::string_view id, std::string_view member) {
     reply_.clear();
     reply_.append(R"({"jsonrpc":"2.0","id":)");
     const bool hasEcho = idToJSON(id, reply_);
-    reply_.append(',');
+    reply_.append(member);
     return hasEcho;
 }
 

@@ -55,7 +55,7 @@ private:
     Next carryOut(const Message& message);
     void answer(const MethodRow& row, const Message& message);
     void writeError(std::string_view id, std::int64_t code, std::string_view message);
-    bool beginReply(std::string_view id);
+    bool beginReply(std::string_view id, std::string_view member);
     void sendReply(bool hasEcho);
 
     const SocketClient socket_;
