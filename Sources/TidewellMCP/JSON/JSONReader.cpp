@@ -99,7 +99,7 @@ public:
     StringKeeper(std::string& place, bool textStays) : place_(place), textStays_(textStays) {}
     std::string_view kept() const noexcept { return kept_; }
 
-    void string(std::string_view run) { kept_ = textStays_ ? run : place_ = run; }
+    void string(std::string_view run) { kept_ = textStays_ ? run : std::string_view(place_ = run); }
     void key(std::string_view run) { string(run); }
     void beginString() { place_.clear(); }
     void beginKey() { place_.clear(); }
