@@ -13,7 +13,6 @@
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -138,11 +137,7 @@ TEST(Connecting, WithNoListenerItFailsAtOnceAndLeavesNoDescriptorOpen) {
 TEST(Connecting, ASocketFileThatNobodyServesIsRefused) {
     const TemporaryFolder folder;
     const std::string path = folder / "host.sock";
-    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, path.size());
-    ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const int listener = socketAt(path, ::bind);
     EXPECT_EQ(failureOf(path), couldNotConnect(path)) << "bound, but nobody listens";
     ::close(listener);
     EXPECT_EQ(failureOf(path), couldNotConnect(path)) << "left behind";
@@ -173,11 +168,7 @@ TEST(Connecting, APathOneByteLongerFailsWithoutAnAttempt) {
     // Neither a listener at the name that a cut path would give must be reached,
     const ScriptedHost host(path.substr(0, path.size() - 1));
     // nor one at the name itself, which fits the record on Linux when its end is left away.
-    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, path.size());
-    EXPECT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const int listener = socketAt(path, ::bind);
     EXPECT_EQ(::listen(listener, 1), 0);
     EXPECT_EQ(failureOf(path), couldNotConnect(path));
     EXPECT_EQ(host.connections(), 0);

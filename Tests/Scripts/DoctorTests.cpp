@@ -2,6 +2,7 @@
 #include "Support/Process.hpp"
 #include "Support/ScriptedHost.hpp"
 #include "Support/TemporaryFolder.hpp"
+#include "Support/TestNames.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -29,12 +30,11 @@ using Environment = std::map<std::string, std::string>;
 
 Finished examine(const Environment& environment, std::vector<std::string> arguments = {TIDEWELL_MCP_PATH},
                  const std::string& doctor = DOCTOR_PATH) {
-    Process::Options options;
-    options.program = doctor;
-    options.mayUseErrors = true;
-    options.arguments = std::move(arguments);
-    options.environment = environment;
-    return runProcess(options, "");
+    return runProcess({.arguments = std::move(arguments),
+                       .environment = environment,
+                       .program = doctor,
+                       .mayUseErrors = true},
+                      "");
 }
 
 bool has(const Finished& finished, const std::string& text) {
@@ -72,12 +72,7 @@ std::string writeScript(const TemporaryFolder& folder, std::string_view name, co
 /// A socket file whose listener has gone without removing it.
 std::string staleSocket(const TemporaryFolder& folder, std::string_view name = "agent.sock") {
     std::string path = folder / name;
-    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    ::close(listener);
+    ::close(socketAt(path, ::bind));
     return path;
 }
 
@@ -87,11 +82,13 @@ const std::string success = R"({"ok":true,"result":{"repositories":[]}})";
 
 enum class App { elsewhere, atUsualPlace };
 
+using SocketPath = std::function<std::string(const TemporaryFolder&, ScriptedHost&)>;
+
 /// What the doctor finds to look at.
 struct Situation {
     const char* name;
     /// The configured path, where a test may have set up a host.
-    std::function<std::string(const TemporaryFolder&, ScriptedHost&)> socketPath;
+    SocketPath socketPath;
     std::string finding;
     std::string remedy;  ///< for a fault, or for a note when the finding is one
     App app = App::elsewhere;
@@ -121,73 +118,81 @@ TEST_P(DoctorTest, FindsItAndNamesTheRemedy) {
     if (HasFailure()) ADD_FAILURE() << finished.output;
 }
 
-std::string saying(ScriptedHost& host, const std::string& reply) { return host.replies(reply).socketPath(); }
+SocketPath text(std::string path) {
+    return [=](auto&, auto&) { return path; };
+}
+SocketPath below(std::string name) {
+    return [=](auto& folder, auto&) { return folder / name; };
+}
+SocketPath file(std::string_view name) {
+    return [=](auto& folder, auto&) { return folder.write(name, "text"); };
+}
+SocketPath saying(std::string reply) {
+    return [=](auto&, auto& host) { return host.replies(reply).socketPath(); };
+}
+/// The host's socket with these permissions, in front of a host that is well.
+SocketPath open(mode_t mode) {
+    return [=](auto&, auto& host) {
+        ::chmod(host.socketPath().c_str(), mode);
+        return host.replies(success).socketPath();
+    };
+}
 
 const std::string unsetOrCorrect = "Unset TIDEWELL_SOCKET_PATH, or correct it.";
 const std::string quitAndStart = "Quit Tidewell and start it again.";
+const std::string startIt = "Start Tidewell.";
+const std::string orRemove = "Correct TIDEWELL_SOCKET_PATH, or remove this";
+const std::string oddEnd = " begins or ends with a quote or a blank";
 const std::string writeInFull = "Write the path out in full, from / on.";
 const std::string notTidewell = "✗ A program listens, but does not answer as Tidewell does (";
 const std::string endThatProgram = "End that program and start Tidewell";
 
 const std::vector<Situation> situations = {
-    {"ListeningAndWell", [](auto&, auto& host) { return saying(host, success); },
-     "✓ Tidewell listens, and answered list_local_repositories with ", ""},
+    {"ListeningAndWell", saying(success), "✓ Tidewell listens, and answered list_local_repositories with ",
+     ""},
     {"AResultThatLooksLikeAnError",
-     [](auto&, auto& host) {
-         return saying(host, R"({"ok":true,"result":"\"isError\":true,{\"code\":\"app_not_running\"}"})");
-     },
+     saying(R"({"ok":true,"result":"\"isError\":true,{\"code\":\"app_not_running\"}"})"),
      "✓ Tidewell listens", ""},
-    {"AnEmptyVariableMeansTheUsualPlace", [](auto&, auto&) { return ""; }, "✓ Tidewell listens", "",
-     App::atUsualPlace},
+    {"AnEmptyVariableMeansTheUsualPlace", text(""), "✓ Tidewell listens", "", App::atUsualPlace},
 
     // The path leads nowhere.
-    {"NoSocket", [](auto& folder, auto&) { return folder / "none.sock"; }, "none.sock does not exist.",
-     "Start Tidewell."},
-    {"NoSocketAtTheUsualPlace", [](auto&, auto&) { return ""; }, "tidewell-agent.sock does not exist.",
-     "Start Tidewell."},
-    {"NoFolder", [](auto& folder, auto&) { return folder / "a/b/none.sock"; }, "/a does not exist.",
-     "Start Tidewell."},
-    {"NoSocketWhileTheAppRuns", [](auto& folder, auto&) { return folder / "none.sock"; },
+    {"NoSocket", below("none.sock"), "none.sock does not exist.", startIt},
+    {"NoSocketAtTheUsualPlace", text(""), "tidewell-agent.sock does not exist.", startIt},
+    {"NoFolder", below("a/b/none.sock"), "/a does not exist.", startIt},
+    {"NoSocketWhileTheAppRuns", below("none.sock"),
      "none.sock does not exist, although Tidewell runs (process 42).", quitAndStart, App::elsewhere,
      "   41 Tidewell Helper\n   42 /Applications/Tidewell.app/Contents/MacOS/Tidewell\n"},
-    {"AProgramWithALongerNameIsNotTheApp", [](auto& folder, auto&) { return folder / "none.sock"; },
-     "none.sock does not exist.", "Start Tidewell.", App::elsewhere,
-     "   41 Tidewell Helper\n   42 NotTidewell\n   43 TidewellMCP\n"},
-    {"AWrongPathWhileTheAppAnswersAtTheUsualPlace", [](auto& folder, auto&) { return folder / "none.sock"; },
+    {"AProgramWithALongerNameIsNotTheApp", below("none.sock"), "none.sock does not exist.", startIt,
+     App::elsewhere, "   41 Tidewell Helper\n   42 NotTidewell\n   43 TidewellMCP\n"},
+    {"AWrongPathWhileTheAppAnswersAtTheUsualPlace", below("none.sock"),
      "none.sock does not exist. Tidewell answers at the usual place, /", unsetOrCorrect, App::atUsualPlace},
     {"AFileWhereAFolderShouldBe",
      [](auto& folder, auto&) { return folder.write("file", "") + "/agent.sock"; },
-     "✗ This is not a folder: /", "Correct TIDEWELL_SOCKET_PATH, or remove this"},
+     "✗ This is not a folder: /", orRemove},
     {"ALinkThatLeadsNowhere",
      [](auto& folder, auto&) {
          fs::create_symlink("gone", folder / "link.sock");
          return folder / "link.sock";
      },
-     "✗ This is a link that leads nowhere: /", "Correct TIDEWELL_SOCKET_PATH, or remove this"},
-    {"ARegularFile", [](auto& folder, auto&) { return folder.write("plain.sock", "text"); },
-     "✗ This is a regular file, not a socket.", "Correct TIDEWELL_SOCKET_PATH, or remove this"},
-    {"ARegularFileAtTheUsualPlace",
-     [](auto& folder, auto&) {
-         folder.write(usualPlace, "text");
-         return "";
-     },
+     "✗ This is a link that leads nowhere: /", orRemove},
+    {"ARegularFile", file("plain.sock"), "✗ This is a regular file, not a socket.", orRemove},
+    {"ARegularFileAtTheUsualPlace", [](auto& folder, auto&) { return folder.write(usualPlace, "text"), ""; },
      "✗ This is a regular file, not a socket.", "Remove it and start Tidewell."},
-    {"ARegularFileWhileTheAppAnswersAtTheUsualPlace",
-     [](auto& folder, auto&) { return folder.write("plain.sock", "text"); },
+    {"ARegularFileWhileTheAppAnswersAtTheUsualPlace", file("plain.sock"),
      "✗ This is a regular file, not a socket. Tidewell answers at the usual place", unsetOrCorrect,
      App::atUsualPlace},
     {"AFolder", [](auto& folder, auto&) { return folder.path(); }, "✗ This is a folder, not a socket.",
-     "Correct TIDEWELL_SOCKET_PATH, or remove this"},
+     orRemove},
     {"APipe",
      [](auto& folder, auto&) {
          ::mkfifo((folder / "pipe").c_str(), 0600);
          return folder / "pipe";
      },
-     "✗ This is a device or a pipe, not a socket.", "Correct TIDEWELL_SOCKET_PATH, or remove this"},
+     "✗ This is a device or a pipe, not a socket.", orRemove},
 
     // Nobody, or somebody else, answers.
     {"AStaleSocket", [](auto& folder, auto&) { return staleSocket(folder); },
-     "✗ Nobody listens on this socket.", "Start Tidewell."},
+     "✗ Nobody listens on this socket.", startIt},
     {"AStaleSocketWhileTheAppRuns",
      [](auto& folder, auto&) {
          staleSocket(folder, usualPlace);
@@ -209,77 +214,60 @@ const std::vector<Situation> situations = {
      "✗ A program listens, but does not answer within 5 seconds.", "Wait a minute"},
     {"HangingUpAndThenAnswering", [](auto&, auto& host) { return host.closesUnanswered().socketPath(); },
      "✗ The first call failed, the second was answered.", "Run this again."},
-    {"AGreetingOfAnotherProgram", [](auto&, auto& host) { return saying(host, "SSH-2.0-other"); },
-     notTidewell + "invalid JSON", endThatProgram},
-    {"AnotherProgramSaysDone", [](auto&, auto& host) { return saying(host, "\"done\""); }, notTidewell,
-     endThatProgram},
+    {"AGreetingOfAnotherProgram", saying("SSH-2.0-other"), notTidewell + "invalid JSON", endThatProgram},
+    {"AnotherProgramSaysDone", saying("\"done\""), notTidewell, endThatProgram},
     {"AnotherProgramEchoes",
      [](auto&, auto& host) {
          return host.then([](const HostConnection& it) { it.write(it.readEnvelope() + "\n"); }).socketPath();
      },
      notTidewell, endThatProgram},
-    {"AnotherProgramWhileTheAppAnswersAtTheUsualPlace", [](auto&, auto& host) { return saying(host, "[]"); },
-     "Tidewell answers at the usual place", unsetOrCorrect, App::atUsualPlace},
+    {"AnotherProgramWhileTheAppAnswersAtTheUsualPlace", saying("[]"), "Tidewell answers at the usual place",
+     unsetOrCorrect, App::atUsualPlace},
 
     // The app refuses.
-    {"ARefusal",
-     [](auto&, auto& host) {
-         return saying(host, R"({"ok":false,"error":{"code":"locked","message":"the app is locked"}})");
-     },
+    {"ARefusal", saying(R"({"ok":false,"error":{"code":"locked","message":"the app is locked"}})"),
      "✗ Tidewell listens, but refuses the call: the app is locked (locked)", "Look into Tidewell."},
     {"ARefusalWithAHint",
-     [](auto&, auto& host) {
-         return saying(host, R"({"ok":false,"error":{"code":"locked","message":"say \"Ada\"",)"
-                             R"("hint":"open \"Settings\"\nand \u001b[1munlock C:\\ it"}})");
-     },
+     saying(R"({"ok":false,"error":{"code":"locked","message":"say \"Ada\"",)"
+            R"("hint":"open \"Settings\"\nand \u001b[1munlock C:\\ it"}})"),
      "✗ Tidewell listens, but refuses the call: say \"Ada\" (locked)", "open \"Settings\" and "},
 
     // The path's text.
-    {"ATooLongPath", [](auto& folder, auto&) { return folder / std::string(200, 'x'); },
-     " bytes; a socket's may have ", "Let Tidewell listen at a shorter path"},
-    {"ATooLongPathWhileTheAppAnswersAtTheUsualPlace",
-     [](auto& folder, auto&) { return folder / std::string(200, 'x'); }, " bytes; a socket's may have ",
-     "Let Tidewell listen at a shorter path", App::atUsualPlace},
-    {"ATilde", [](auto&, auto&) { return "~/agent.sock"; },
+    {"ATooLongPath", below(std::string(200, 'x')), " bytes; a socket's may have ",
+     "Let Tidewell listen at a shorter path"},
+    {"ATooLongPathWhileTheAppAnswersAtTheUsualPlace", below(std::string(200, 'x')),
+     " bytes; a socket's may have ", "Let Tidewell listen at a shorter path", App::atUsualPlace},
+    {"ATilde", text("~/agent.sock"),
      "✗ TIDEWELL_SOCKET_PATH in this terminal begins with ~, which is not replaced everywhere.", writeInFull},
-    {"AVariable", [](auto&, auto&) { return "$HOME/agent.sock"; },
-     "✗ TIDEWELL_SOCKET_PATH in this terminal begins with $HOME, ", writeInFull},
-    {"ARelativePath", [](auto&, auto&) { return "run/agent.sock"; },
+    {"AVariable", text("$HOME/agent.sock"), "✗ TIDEWELL_SOCKET_PATH in this terminal begins with $HOME, ",
+     writeInFull},
+    {"ARelativePath", text("run/agent.sock"),
      "✗ TIDEWELL_SOCKET_PATH in this terminal is relative: run/agent.sock", writeInFull},
-    {"ABlankAtTheBeginning", [](auto&, auto& host) { return " " + host.socketPath(); },
-     " begins or ends with a quote or a blank", "Remove that character."},
-    {"ABlankAtTheEnd", [](auto&, auto& host) { return host.socketPath() + "\t"; },
-     " begins or ends with a quote or a blank", "Remove that character."},
-    {"AQuotedPath", [](auto&, auto& host) { return "\"" + host.socketPath() + "\""; },
-     " begins or ends with a quote or a blank", "Remove that character."},
+    {"ABlankAtTheBeginning", [](auto&, auto& host) { return " " + host.socketPath(); }, oddEnd,
+     "Remove that character."},
+    {"ABlankAtTheEnd", [](auto&, auto& host) { return host.socketPath() + "\t"; }, oddEnd,
+     "Remove that character."},
+    {"AQuotedPath", [](auto&, auto& host) { return "\"" + host.socketPath() + "\""; }, oddEnd,
+     "Remove that character."},
 
     // Notes.
-    {"ASocketForTheGroup",
-     [](auto&, auto& host) {
-         ::chmod(host.socketPath().c_str(), 0660);
-         return saying(host, success);
-     },
-     "! Other users may connect too", "chmod 600 /"},
-    {"ASocketForEverybody",
-     [](auto&, auto& host) {
-         ::chmod(host.socketPath().c_str(), 0602);
-         return saying(host, success);
-     },
-     "! Other users may connect too", "chmod 600 /"},
+    {"ASocketForTheGroup", open(0660), "! Other users may connect too", "chmod 600 /"},
+    {"ASocketForEverybody", open(0602), "! Other users may connect too", "chmod 600 /"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Doctor, DoctorTest, testing::ValuesIn(situations),
-                         [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Doctor, DoctorTest, testing::ValuesIn(situations), nameOf);
+
+Process::Options standIn(std::string program, const TemporaryFolder& folder) {
+    return {.arguments = {"--root", folder.path(), "--socket", folder / "host.sock"},
+            .environment = environmentFor(""),
+            .program = std::move(program)};
+}
 
 TEST(Doctor, ItFindsARunningAppByItself) {
     if (!fs::exists("/bin/ps")) GTEST_SKIP() << "this system has no ps";
     const TemporaryFolder folder;
-    Process::Options options;
-    options.program = folder / "Tidewell";
-    options.arguments = {"--root", folder.path(), "--socket", folder / "other.sock"};
-    options.environment = environmentFor("");
-    fs::copy(HOST_STAND_IN_PATH, options.program);
-    Process app(options);
+    fs::copy(HOST_STAND_IN_PATH, folder / "Tidewell");
+    Process app(standIn(folder / "Tidewell", folder));
     ASSERT_TRUE(app.readLine().has_value()) << "it says when it listens";
     const Finished finished = examine(environmentFor(staleSocket(folder)));
     EXPECT_TRUE(has(finished, "✗ Nobody listens on this socket, although Tidewell runs (process "))
@@ -306,11 +294,10 @@ TEST(Doctor, OneCallIsMadeAndItOnlyReads) {
 
 /// The path that the server itself names when it cannot connect.
 std::string pathAccordingToServer(const Environment& environment) {
-    Process::Options options;
-    options.environment = environment;
-    const std::string said = runProcess(options, R"({"id":1,"method":"resources/read","params":{"uri":"x"}})"
-                                                 "\n")
-                                 .output;
+    const std::string said =
+        runProcess({.arguments = {}, .environment = environment},
+                   "{\"id\":1,\"method\":\"resources/read\",\"params\":{\"uri\":\"x\"}}\n")
+            .output;
     const std::string before = " at ";
     const std::size_t begin = said.find(before) + before.size();
     return said.substr(begin, said.find(" — ") - begin);
@@ -334,16 +321,11 @@ TEST(Doctor, ThePathInForceIsTheServersOwnAndTheReasonIsGiven) {
     }
 }
 
-struct ProgramRow {
-    std::string program;
-    std::string finding;
-};
-
 TEST(Doctor, AProgramThatIsNoneIsFoundOutAndNothingElseIsTried) {
     const TemporaryFolder folder;
     const std::string notes = folder.write("notes", "text");
     ::chmod(notes.c_str(), 0644);  // root may execute only what somebody may
-    const std::vector<ProgramRow> rows = {
+    const std::vector<std::pair<std::string, std::string>> rows = {
         {folder / "none", "✗ There is no program "},
         {"NoSuchProgramOnThePath", "✗ There is no program NoSuchProgramOnThePath."},
         {folder.path(), " is a folder, not a program."},
@@ -359,9 +341,9 @@ TEST(Doctor, AProgramThatIsNoneIsFoundOutAndNothingElseIsTried) {
         {writeScript(folder, "empty", "exec '" TIDEWELL_MCP_PATH "' | sed 's/\"inputSchema\"/\"schema\"/g'"),
          "✗ It answers tools/list without a tool."},
     };
-    for (const ProgramRow& row : rows) {
-        const Finished finished = examine(environmentFor("/nonexistent/agent.sock"), {row.program});
-        EXPECT_TRUE(has(finished, row.finding)) << row.finding;
+    for (const auto& [program, finding] : rows) {
+        const Finished finished = examine(environmentFor("/nonexistent/agent.sock"), {program});
+        EXPECT_TRUE(has(finished, finding)) << finding;
         EXPECT_FALSE(has(finished, "The socket"));
         EXPECT_EQ(finished.status, 1);
         expectOneVerdict(finished);
@@ -480,7 +462,7 @@ INSTANTIATE_TEST_SUITE_P(Doctor, DoctorPermissionTest,
                              {"AnothersSocketWhileOnesOwnIsAtTheUsualPlace", false, 0755, 0600, mayNotConnect,
                               unsetOrCorrect, App::atUsualPlace},
                          }),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         nameOf);
 
 // --- a client's configuration ----------------------------------------------------------------------------------
 
@@ -668,8 +650,7 @@ const std::vector<ClientRow> clientRows = {
      "! This terminal has TIDEWELL_SOCKET_PATH, but <FILE> has not.", "Add it there"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Doctor, DoctorClientTest, testing::ValuesIn(clientRows),
-                         [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Doctor, DoctorClientTest, testing::ValuesIn(clientRows), nameOf);
 
 TEST(Doctor, AClientsProgramGetsItsArgumentsAndItsEnvironmentAlone) {
     const TemporaryFolder folder;
@@ -723,13 +704,9 @@ TEST(Doctor, AClientsWrongPathIsCuredInItsFile) {
 
 TEST(Doctor, TheStandInIsFoundWell) {
     const TemporaryFolder folder;
-    Process::Options options;
-    options.program = HOST_STAND_IN_PATH;
-    options.arguments = {"--root", folder.path(), "--socket", folder / "agent.sock"};
-    options.environment = environmentFor("");
-    Process host(options);
+    Process host(standIn(HOST_STAND_IN_PATH, folder));
     ASSERT_TRUE(host.readLine().has_value()) << "it says when it listens";
-    const Finished finished = examine(environmentFor(folder / "agent.sock"));
+    const Finished finished = examine(environmentFor(folder / "host.sock"));
     EXPECT_TRUE(has(finished, "permissions srw-------)")) << finished.output;
     expectOneVerdict(finished);
 }

@@ -41,21 +41,25 @@ void HostConnection::writeInPieces(std::string_view bytes, std::size_t size) con
     for (; !bytes.empty(); bytes.remove_prefix(std::min(size, bytes.size()))) write(bytes.substr(0, size));
 }
 
+int socketAt(const std::string& path, AddressCall call, int type) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() > sizeof address.sun_path) throw std::runtime_error("socket path too long");
+    path.copy(address.sun_path, path.size());
+    const int descriptor = ::socket(AF_UNIX, type, 0);
+    if (call(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return descriptor;
+    ::close(descriptor);
+    throw std::runtime_error("no socket at " + path);
+}
+
 ScriptedHost::ScriptedHost(std::string path)
     : socketPath_(path.empty() ? folder_ / "host.sock" : std::move(path)),
-      listener_(::socket(AF_UNIX, SOCK_STREAM, 0)),
+      listener_(socketAt(socketPath_, ::bind)),
       otherwise_([this](const HostConnection& connection) {
           readAndRecord(connection);
           connection.write("{\"ok\":true}\n");
       }) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (socketPath_.size() >= sizeof address.sun_path) throw std::runtime_error("socket path too long");
-    socketPath_.copy(address.sun_path, socketPath_.size());
-    if (::bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener_, 16) != 0) {
-        throw std::runtime_error("cannot listen at " + socketPath_);
-    }
+    if (::listen(listener_, 16) != 0) throw std::runtime_error("cannot listen at " + socketPath_);
     thread_ = std::thread(&ScriptedHost::serve, this);
 }
 

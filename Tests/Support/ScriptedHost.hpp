@@ -7,6 +7,7 @@
 #include "TemporaryFolder.hpp"
 
 #include <nlohmann/json.hpp>
+#include <sys/socket.h>
 
 #include <atomic>
 #include <cstddef>
@@ -19,6 +20,10 @@
 #include <vector>
 
 namespace tidewell::test {
+
+/// A new socket, bound or connected (`call` is ::bind or ::connect) to a path; throws when that fails.
+using AddressCall = int (*)(int, const sockaddr*, socklen_t);
+int socketAt(const std::string& path, AddressCall call, int type = SOCK_STREAM);
 
 /// The host's side of one connection.
 class HostConnection {
