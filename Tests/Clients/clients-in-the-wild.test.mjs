@@ -30,6 +30,13 @@ async function withHost(body, answer = () => '{"ok":true}') {
     }
 }
 
+/// A test with one server, in front of such a host, which has to end well when its input is closed.
+const served = (name, body, answer) => test(name, () => withHost(async (env, host) => {
+    const server = new Server(env);
+    await body(server, host);
+    await server.finish();
+}, answer));
+
 async function allOf(lines) {
     const all = [];
     for await (const line of lines) all.push(line);
@@ -37,8 +44,7 @@ async function allOf(lines) {
 }
 
 describe('openings', () => {
-    test('a question about newer protocols before the handshake is refused and no more', async () => {
-        const server = new Server();
+    served('a question about newer protocols before the handshake is refused and no more', async (server) => {
         for (const id of ['discover-1', 0]) {
             assert.deepEqual(
                 await server.ask(rpc(id, 'server/discover', { _meta: {} })),
@@ -47,21 +53,17 @@ describe('openings', () => {
         }
         const { result } = await server.ask(rpc(1, 'initialize', { protocolVersion: '2025-06-18' }));
         assert.equal(result.protocolVersion, '2025-06-18');
-        await server.finish();
     });
 
-    test('whatever protocol a client asks for is the one it gets', async () => {
-        const server = new Server();
+    served('whatever protocol a client asks for is the one it gets', async (server) => {
         const versions = ['2024-11-05', '2025-03-26', '2025-06-18', '2025-11-25', '2099-01-01'];
         for (const protocolVersion of versions) {
             const { result } = await server.ask(rpc(0, 'initialize', { protocolVersion }));
             assert.equal(result.protocolVersion, protocolVersion);
         }
-        await server.finish();
     });
 
-    test('the whole opening in one write is answered in order', async () => {
-        const server = new Server();
+    served('the whole opening in one write is answered in order', async (server) => {
         server.send(
             [
                 rpc(0, 'initialize', {}),
@@ -74,17 +76,14 @@ describe('openings', () => {
                 .join(''),
         );
         for (const id of [0, 1, 2, 3]) assert.equal((await server.reply()).id, id);
-        await server.finish();
     });
 
-    test('a request in many small writes is answered once, when its line ends', async () => {
-        const server = new Server();
+    served('a request in many small writes is answered once, when its line ends', async (server) => {
         for (const piece of JSON.stringify(rpc('→', 'ping')).match(/.{1,5}/gu)) {
             server.send(piece);
             await pause(2);
         }
         assert.deepEqual(await server.ask('\r\n'), { jsonrpc: '2.0', id: '→', result: {} });
-        await server.finish();
     });
 
     test('an environment of six variables is enough, and the host app is found below HOME', async () => {
@@ -110,8 +109,7 @@ describe('openings', () => {
 });
 
 describe('requests', () => {
-    test('ids come back as they are, whatever their kind; a number comes back as an integer', async () => {
-        const server = new Server();
+    served('ids come back as they are, whatever their kind; a number comes back as an integer', async (server) => {
         const same = ['0', '1', '2', '-1', '2147483648', '9007199254740993', '9223372036854775807'];
         const integers = Object.entries({ '3.0': '3', '1.0': '1', '3e2': '300', 2.9: '2', '-2.5': '-2' });
         for (const [id, expected] of [...same.map((text) => [text, text]), ...integers]) {
@@ -122,67 +120,54 @@ describe('requests', () => {
         for (const id of ['0', '', '1f0c7a3e-5b1d', 'ü→\u2028']) {
             assert.deepEqual(await server.ask(rpc(id, 'ping')), { jsonrpc: '2.0', id, result: {} });
         }
-        await server.finish();
     });
 
-    test('numbers in arguments and in results keep their value, in their shortest form', () =>
-        withHost(
-            async (env, host) => {
-                const server = new Server(env);
-                const numbers = '[2,3.0,3e2,0.50,1,0.0,9007199254740993,-9223372036854775808]';
-                server.send(
-                    '{"jsonrpc":"2.0","id":5,"method":"tools/call",' +
-                        `"params":{"name":"get_settings","arguments":{"n":${numbers}}}}\n`,
-                );
-                const { id, result } = membersOf(await server.line());
-                const { args } = membersOf(host.lines[0]);
-                assert.equal(id, '5');
-                assert.equal(args, '{"n":[2,3,300,0.5,true,false,9007199254740993,-9223372036854775808]}');
-                assert.equal(JSON.parse(result).content[0].text, '[3,1,0,9007199254740993]');
-                await server.finish();
-            },
-            () => '{"ok":true,"result":[3.0,1,0.0,9007199254740993]}',
-        ));
+    served('numbers in arguments and in results keep their value, in their shortest form', async (server, host) => {
+        const numbers = '[2,3.0,3e2,0.50,1,0.0,9007199254740993,-9223372036854775808]';
+        server.send(
+            '{"jsonrpc":"2.0","id":5,"method":"tools/call",' +
+                `"params":{"name":"get_settings","arguments":{"n":${numbers}}}}\n`,
+        );
+        const { id, result } = membersOf(await server.line());
+        const { args } = membersOf(host.lines[0]);
+        assert.equal(id, '5');
+        assert.equal(args, '{"n":[2,3,300,0.5,true,false,9007199254740993,-9223372036854775808]}');
+        assert.equal(JSON.parse(result).content[0].text, '[3,1,0,9007199254740993]');
+    }, () => '{"ok":true,"result":[3.0,1,0.0,9007199254740993]}');
 
-    test('a list is the same without params, with empty ones, with a cursor and with metadata', async () => {
-        const server = new Server();
+    served('a list is the same without params, with empty ones, with a cursor and with metadata', async (server) => {
         for (const method of ['tools/list', 'resources/list', 'resources/templates/list', 'prompts/list']) {
             const expected = await server.ask(rpc(0, method));
             for (const params of [{}, null, [], { cursor: 'c' }, { _meta: { progressToken: 0 } }]) {
                 assert.deepEqual(await server.ask(rpc(0, method, params)), expected);
             }
         }
-        await server.finish();
     });
 
-    test('metadata beside the arguments stays between client and server', () =>
-        withHost(async (env, host) => {
-            const server = new Server(env);
-            const _meta = { progressToken: 1, 'example.org/trace': 'a' };
-            await server.ask(rpc(0, 'initialize', { protocolVersion: '2025-11-25', _meta }));
-            await server.ask(
-                rpc(1, 'tools/call', { name: 'get_repository', arguments: { repoId: 'r' }, _meta }),
-            );
-            await server.ask(rpc(2, 'tools/call', { name: 'list_accounts', _meta }));
-            await server.ask(rpc(3, 'resources/read', { uri: 'tidewell://settings', _meta }));
-            const prompt = await server.ask(rpc(4, 'prompts/get', { name: 'cleanup_today', _meta }));
-            assert.equal(prompt.result.messages.length, 1);
-            await server.finish();
-            assert.deepEqual(
-                host.envelopes.map(({ tool, args }) => [tool, args]),
-                [
-                    ['get_repository', { repoId: 'r' }],
-                    ['list_accounts', {}],
-                    ['resources/read', { uri: 'tidewell://settings' }],
-                ],
-            );
-            for (const envelope of host.envelopes) {
-                assert.deepEqual(Object.keys(envelope).sort(), ['args', 'requestId', 'tool']);
-            }
-        }));
+    served('metadata beside the arguments stays between client and server', async (server, host) => {
+        const _meta = { progressToken: 1, 'example.org/trace': 'a' };
+        await server.ask(rpc(0, 'initialize', { protocolVersion: '2025-11-25', _meta }));
+        await server.ask(
+            rpc(1, 'tools/call', { name: 'get_repository', arguments: { repoId: 'r' }, _meta }),
+        );
+        await server.ask(rpc(2, 'tools/call', { name: 'list_accounts', _meta }));
+        await server.ask(rpc(3, 'resources/read', { uri: 'tidewell://settings', _meta }));
+        const prompt = await server.ask(rpc(4, 'prompts/get', { name: 'cleanup_today', _meta }));
+        assert.equal(prompt.result.messages.length, 1);
+        assert.deepEqual(
+            host.envelopes.map(({ tool, args }) => [tool, args]),
+            [
+                ['get_repository', { repoId: 'r' }],
+                ['list_accounts', {}],
+                ['resources/read', { uri: 'tidewell://settings' }],
+            ],
+        );
+        for (const envelope of host.envelopes) {
+            assert.deepEqual(Object.keys(envelope).sort(), ['args', 'requestId', 'tool']);
+        }
+    });
 
-    test('methods that are not offered are refused one by one and break nothing', async () => {
-        const server = new Server();
+    served('methods that are not offered are refused one by one and break nothing', async (server) => {
         const methods = [
             'logging/setLevel',
             'completion/complete',
@@ -197,11 +182,9 @@ describe('requests', () => {
             assert.deepEqual(await server.ask(rpc(method, method, {})), methodNotFound(method, method));
         }
         assert.deepEqual(await server.ask(rpc(9, 'ping')), { jsonrpc: '2.0', id: 9, result: {} });
-        await server.finish();
     });
 
-    test('notifications of every kind are met with silence', async () => {
-        const server = new Server();
+    served('notifications of every kind are met with silence', async (server) => {
         server.send(
             notification('notifications/initialized'),
             notification('notifications/cancelled', { requestId: 0, reason: 'too slow' }),
@@ -210,22 +193,15 @@ describe('requests', () => {
             notification('no/such/notification'),
         );
         assert.deepEqual(await server.ask(rpc(0, 'ping')), { jsonrpc: '2.0', id: 0, result: {} });
-        await server.finish();
     });
 
-    test("a byte that is no UTF-8 in a host's reply never reaches the client", () =>
-        withHost(
-            async (env) => {
-                const server = new Server(env);
-                const { result } = await server.ask(rpc(0, 'tools/call', { name: 'get_settings' }));
-                assert.equal(result.isError, true);
-                assert.equal(JSON.parse(result.content[0].text).error.code, 'error');
-                const { error } = await server.ask(rpc(1, 'resources/read', { uri: 'tidewell://settings' }));
-                assert.equal(error.code, -32603);
-                await server.finish();
-            },
-            () => Buffer.from('{"ok":true,"result":"\xff"}', 'latin1'),
-        ));
+    served("a byte that is no UTF-8 in a host's reply never reaches the client", async (server) => {
+        const { result } = await server.ask(rpc(0, 'tools/call', { name: 'get_settings' }));
+        assert.equal(result.isError, true);
+        assert.equal(JSON.parse(result.content[0].text).error.code, 'error');
+        const { error } = await server.ask(rpc(1, 'resources/read', { uri: 'tidewell://settings' }));
+        assert.equal(error.code, -32603);
+    }, () => Buffer.from('{"ok":true,"result":"\xff"}', 'latin1'));
 });
 
 // A burst of large replies while nobody reads: the output fills up, and what happens then depends on what it
@@ -322,25 +298,19 @@ describe('endings', () => {
             assert.deepEqual(host.envelopes, []);
         }));
 
-    test('a closed input lets a call in flight be answered first', () =>
-        withHost(
-            async (env, host) => {
-                const server = new Server(env);
-                const arrival = host.nextEnvelope();
-                server.send(rpc(0, 'tools/call', { name: 'get_settings' }));
-                await arrival;
-                server.closeInput();
-                await pause(200);
-                assert.ok(server.isRunning);
-                host.answerNow('{"ok":true,"result":1}');
-                assert.deepEqual((await server.reply()).result, {
-                    content: [{ type: 'text', text: '1' }],
-                    isError: false,
-                });
-                await server.finish();
-            },
-            () => undefined,
-        ));
+    served('a closed input lets a call in flight be answered first', async (server, host) => {
+        const arrival = host.nextEnvelope();
+        server.send(rpc(0, 'tools/call', { name: 'get_settings' }));
+        await arrival;
+        server.closeInput();
+        await pause(200);
+        assert.ok(server.isRunning);
+        host.answerNow('{"ok":true,"result":1}');
+        assert.deepEqual((await server.reply()).result, {
+            content: [{ type: 'text', text: '1' }],
+            isError: false,
+        });
+    }, () => undefined);
 
     test('exit ends the server at once, without an answer', async () => {
         const server = new Server();
