@@ -30,36 +30,38 @@ std::vector<std::filesystem::path> goldenFiles(const char* folder) {
 
 json golden(const std::filesystem::path& path) { return json::parse(std::ifstream(path)); }
 
-/// What the server publishes, read by an independent library.
-json published(const char* method, const char* member) {
-    const json reply = replyTo(std::string(R"({"id":1,"method":")") + method + "\"}");
+/// What the server publishes of a kind ("tools", …), read by an independent library.
+json published(const std::string& kind) {
+    const json reply = replyTo(R"({"id":1,"method":")" + kind + "/list\"}");
     EXPECT_EQ(reply["result"].size(), 1U);
-    return reply["result"][member];
+    return reply["result"][kind];
+}
+
+/// The published entry that stands where the name of a golden file says.
+json publishedAt(const std::filesystem::path& path) {
+    const auto position = static_cast<std::size_t>(std::stoi(path.stem().string().substr(0, 2)));
+    return published(path.parent_path().filename()).at(position - 1);
 }
 
 class GoldenToolTest : public testing::TestWithParam<std::filesystem::path> {};
 
 TEST_P(GoldenToolTest, IsPublishedExactlyAsWritten) {
-    const auto position = static_cast<std::size_t>(std::stoi(GetParam().stem().string().substr(0, 2)));
-    EXPECT_EQ(published("tools/list", "tools").at(position - 1), golden(GetParam()));
+    EXPECT_EQ(publishedAt(GetParam()), golden(GetParam()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Tools, GoldenToolTest, testing::ValuesIn(goldenFiles("tools")), fileNameOf);
 
 TEST(Catalog, ThereIsAGoldenFileForEachEntry) {
-    EXPECT_EQ(published("tools/list", "tools").size(), 60U);
-    EXPECT_EQ(goldenFiles("tools").size(), 60U);
-    EXPECT_EQ(published("resources/list", "resources").size(), 9U);
-    EXPECT_EQ(goldenFiles("resources").size(), 9U);
-    EXPECT_EQ(published("prompts/list", "prompts").size(), 6U);
-    EXPECT_EQ(goldenFiles("prompts").size(), 6U);
+    for (const auto& [kind, count] : {std::pair("tools", 60U), {"resources", 9U}, {"prompts", 6U}}) {
+        EXPECT_EQ(published(kind).size(), count);
+        EXPECT_EQ(goldenFiles(kind).size(), count);
+    }
 }
 
 class GoldenResourceTest : public testing::TestWithParam<std::filesystem::path> {};
 
 TEST_P(GoldenResourceTest, IsPublishedExactlyAsWritten) {
-    const auto position = static_cast<std::size_t>(std::stoi(GetParam().stem().string().substr(0, 2)));
-    EXPECT_EQ(published("resources/list", "resources").at(position - 1), golden(GetParam()));
+    EXPECT_EQ(publishedAt(GetParam()), golden(GetParam()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Resources, GoldenResourceTest, testing::ValuesIn(goldenFiles("resources")),
@@ -68,9 +70,8 @@ INSTANTIATE_TEST_SUITE_P(Resources, GoldenResourceTest, testing::ValuesIn(golden
 class GoldenPromptTest : public testing::TestWithParam<std::filesystem::path> {};
 
 TEST_P(GoldenPromptTest, IsPublishedAndAnsweredExactlyAsWritten) {
-    const auto position = static_cast<std::size_t>(std::stoi(GetParam().stem().string().substr(0, 2)));
     const json expected = golden(GetParam());
-    EXPECT_EQ(published("prompts/list", "prompts").at(position - 1), expected["entry"]);
+    EXPECT_EQ(publishedAt(GetParam()), expected["entry"]);
     const std::string name = expected["entry"]["name"];
     EXPECT_EQ(json::parse(Catalog::promptMessages(name).jsonString()),
               (json{{"messages", expected["messages"]}}));
