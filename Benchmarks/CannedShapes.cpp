@@ -135,6 +135,11 @@ std::string answer(std::string_view tool) {
     for (const Shape& shape : shapes) {
         if (shape.name == tool) return shape.reply();
     }
+    if (tool == "git_push")
+        return R"({"ok":false,"error":{"code":"confirmation_required","message":"No valid confirmation token.",)"
+               R"("hint":"Ask for one in Tidewell → Agent Review."}})"
+               "\n";
+    if (tool == "list_local_repositories") return cannedReply(megabyte);
     const bool isSized = tool.starts_with("reply_");
     return cannedReply(isSized ? std::stoul(std::string(tool.substr(6))) : smallSize);
 }

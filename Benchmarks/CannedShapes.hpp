@@ -17,8 +17,9 @@ struct Shape {
 
 extern const std::array<Shape, 13> shapes;
 
-/// What the host app answers to a tool: reply_N is answered with a result of N bytes, the name of a shape with
-/// that shape, and any other with a small result. Each reply is made once.
+/// What the host app answers to a tool: reply_N is answered with a result of N bytes, list_local_repositories with one
+/// of a megabyte, the name of a shape with that shape, git_push with a refusal, and any other with a small result. Each
+/// reply is made once.
 const std::string& cannedAnswer(std::string_view tool);
 
 }  // namespace tidewell::bench
