@@ -24,10 +24,7 @@ using nlohmann::json;
 
 Process::Options options(std::vector<std::string> arguments = {},
                          const std::string& socketPath = "/nonexistent/host.sock") {
-    Process::Options result;
-    result.arguments = std::move(arguments);
-    result.environment = environmentFor(socketPath);
-    return result;
+    return {.arguments = std::move(arguments), .environment = environmentFor(socketPath)};
 }
 
 /// What a run with switches prints while its input stays open: it must not wait for any.
@@ -38,6 +35,7 @@ Finished runWithSwitches(std::vector<std::string> arguments) {
     return {std::move(output), process.errors(), status};
 }
 
+const std::string toolCall = R"({"id":1,"method":"tools/call","params":{"name":"x"}})";
 const std::string versionLine = "Tidewell " TIDEWELL_VERSION " (protocol 2025-11-25)\n";
 
 TEST(Switches, VersionPrintsOneLineAndReadsNoInput) {
@@ -116,7 +114,7 @@ TEST(Program, ExitEndsItAtOnceThoughItsInputStaysOpen) {
 TEST(Program, ExitEndsItAlsoAfterACall) {
     ScriptedHost host;
     Process process(options({}, host.socketPath()));
-    process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+    process.writeLine(toolCall);
     EXPECT_TRUE(process.readLine().has_value());
     process.writeLine("{\"method\":\"exit\"}");
     EXPECT_EQ(process.wait(), 0);
@@ -181,7 +179,7 @@ TEST(Program, SignalsEndItAtOnceAlsoInTheMiddleOfACall) {
         ScriptedHost host;
         host.staysSilent();
         Process process(options({}, host.socketPath()));
-        process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+        process.writeLine(toolCall);
         while (host.received().empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
         ::kill(process.id(), signal);
         EXPECT_EQ(process.wait(), -signal);
@@ -197,7 +195,7 @@ TEST(Program, AClientThatDiesInTheMiddleOfACallIsNoticedWhenTheExchangeEnds) {
         connection.write("{\"ok\":true}\n");
     });
     Process process(options({}, host.socketPath()));
-    process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+    process.writeLine(toolCall);
     while (host.connections() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     process.closeInput();
     process.closeOutput();
@@ -211,7 +209,7 @@ TEST(Program, AClientThatClosesItsInputInTheMiddleOfACallStillGetsTheReply) {
     ScriptedHost host;
     host.repliesSlowly("{\"ok\":true}", 10);
     Process process(options({}, host.socketPath()));
-    process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+    process.writeLine(toolCall);
     process.closeInput();
     EXPECT_EQ(json::parse(process.readLine().value_or("{}"))["result"]["isError"], false);
     EXPECT_EQ(process.wait(), 0);
@@ -226,7 +224,7 @@ TEST(Program, NothingIsLeftBehindHoweverItEnds) {
         for (const char* const name : {"HOME", "TMPDIR", "XDG_RUNTIME_DIR", "XDG_CACHE_HOME"})
             homely.environment[name] = home.path();
         Process process(homely);
-        process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+        process.writeLine(toolCall);
         EXPECT_TRUE(process.readLine().has_value());
         if (signal == 0) {
             process.closeInput();
@@ -269,8 +267,7 @@ TEST(Program, AFullDiskBehindItsOutputIsNotItsEnd) {
     if (full.output < 0) GTEST_SKIP() << "no /dev/full here";
     Process process(full);
     ::close(full.output);
-    for (int call = 0; call < 2; ++call)
-        process.writeLine("{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}");
+    for (int call = 0; call < 2; ++call) process.writeLine(toolCall);
     process.closeInput();
     EXPECT_EQ(process.wait(), 0);
     EXPECT_EQ(host.received().size(), 2U);
@@ -314,8 +311,9 @@ TEST(Program, ClosedDescriptorsAtItsStartAreNoTrouble) {
 
     // The connection to the host app gets the number of the missing output; no reply may go there.
     ScriptedHost host;
-    const std::string call = "{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}\n";
-    EXPECT_EQ(runProcess(behind("exec \"$0\" >&-", host.socketPath()), call + call).status, 0);
+    EXPECT_EQ(
+        runProcess(behind("exec \"$0\" >&-", host.socketPath()), toolCall + "\n" + toolCall + "\n").status,
+        0);
     ASSERT_EQ(host.received().size(), 2U);
     EXPECT_EQ(host.received()[1]["tool"], "x");
 }
@@ -324,9 +322,8 @@ TEST(Program, WithoutAThreadToBeHadTheCallIsMadeAllTheSame) {
     if (TIDEWELL_SANITIZED) GTEST_SKIP() << "sanitizers need all the address space there is";
     ScriptedHost host;
     // A thread's stack is as large as the limit says: more than there may be in all.
-    const Finished finished =
-        runProcess(behind("ulimit -s 400000 && ulimit -v 100000 && exec \"$0\"", host.socketPath()),
-                   "{\"id\":1,\"method\":\"tools/call\",\"params\":{\"name\":\"x\"}}\n");
+    const Finished finished = runProcess(
+        behind("ulimit -s 400000 && ulimit -v 100000 && exec \"$0\"", host.socketPath()), toolCall + "\n");
     EXPECT_EQ(json::parse(finished.output)["result"]["isError"], false);
     EXPECT_EQ(finished.status, 0);
 }
@@ -342,6 +339,7 @@ TEST(Program, ALineThatMemoryCannotHoldIsAnsweredAndTheNextOneCounts) {
                                "{\"jsonrpc\":\"2.0\",\"id\":2,\"result\":{}}\n");
     EXPECT_EQ(finished.status, 0);
 }
+
 TEST(Program, OneSocketMayBeBothItsInputAndItsOutput) {
     std::array<int, 2> ends{};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
@@ -367,6 +365,11 @@ std::string versionFile(const std::string& version) {
            version + "</string></dict></plist>\n";
 }
 
+std::string versionOf(const std::string& program) {
+    return runProcess({.arguments = {"--version"}, .environment = environmentFor(""), .program = program}, "")
+        .output;
+}
+
 /// A copy of the program in a folder of its own, as an installation would lay it out.
 class Installed {
 public:
@@ -378,11 +381,7 @@ public:
     void writeVersionFile(const std::string& content) const {
         folder_.write("App.app/Contents/Info.plist", content);
     }
-    std::string version() const {
-        Process::Options run = options({"--version"});
-        run.program = program();
-        return runProcess(run, "").output;
-    }
+    std::string version() const { return versionOf(program()); }
     const TemporaryFolder& folder() const { return folder_; }
 
 private:
@@ -407,17 +406,13 @@ TEST(ReportedVersion, IsFoundThroughALinkToTheProgram) {
     installed.writeVersionFile(versionFile("2.3.1"));
     const std::string link = installed.folder() / "link";
     std::filesystem::create_symlink(installed.program(), link);
-    Process::Options run = options({"--version"});
-    run.program = link;
-    EXPECT_EQ(runProcess(run, "").output, "Tidewell 2.3.1 (protocol 2025-11-25)\n");
+    EXPECT_EQ(versionOf(link), "Tidewell 2.3.1 (protocol 2025-11-25)\n");
 }
 
 TEST(ReportedVersion, IsReadOnceAndNoLaterChangeShows) {
     const Installed installed;
     installed.writeVersionFile(versionFile("2.3.1"));
-    Process::Options run = options();
-    run.program = installed.program();
-    Process process(run);
+    Process process({.environment = environmentFor(""), .program = installed.program()});
     const auto version = [&] {
         process.writeLine("{\"id\":1,\"method\":\"initialize\"}");
         return json::parse(process.readLine().value_or("{}"))["result"]["serverInfo"]["version"];

@@ -136,10 +136,7 @@ Handled answer(const std::function<void(const Process&)>& write, std::size_t lin
     if (::pipe(ends.data()) != 0) throw std::runtime_error("pipe failed");
     for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
     const Descriptor output(ends[0]);
-    Process::Options options;
-    options.environment = environmentFor(host.socketPath());
-    options.output = ends[1];
-    Process process(options);
+    Process process({.environment = environmentFor(host.socketPath()), .output = ends[1]});
     ::close(ends[1]);
 
     std::thread writer([&] { write(process); });
@@ -269,9 +266,7 @@ TEST(Size, TheMemoryOfALargeMessageIsGivenBackBeforeTheNextOne) {
     const std::string large(32'000'000, padding);
     ScriptedHost host;
     host.replies(R"({"ok":true,"result":")" + large + "\"}").replies("{\"ok\":true}");
-    Process::Options options;
-    options.environment = environmentFor(host.socketPath());
-    Process process(options);
+    Process process({.environment = environmentFor(host.socketPath())});
     process.writeLine(toolCall);
     ASSERT_TRUE(process.readLine().has_value());
     process.writeLine(R"({"id":2,"method":"ping"})");

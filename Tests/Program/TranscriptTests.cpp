@@ -73,9 +73,8 @@ TEST_P(TranscriptTest, GoesAsWritten) {
         host = std::make_unique<ScriptedHost>();
         for (const auto& [word, text] : transcript.host) host->does(word, text);
     }
-    Process::Options options;
-    options.environment = environmentFor(host ? host->socketPath() : "/nonexistent/host.sock");
-    const Finished finished = runProcess(options, transcript.input);
+    const std::string socketPath = host ? host->socketPath() : "/nonexistent/host.sock";
+    const Finished finished = runProcess({.environment = environmentFor(socketPath)}, transcript.input);
 
     EXPECT_EQ(finished.status, transcript.status);
     EXPECT_EQ(exactLines(finished.output), transcript.replies);

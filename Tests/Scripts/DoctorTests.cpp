@@ -295,7 +295,7 @@ TEST(Doctor, OneCallIsMadeAndItOnlyReads) {
 /// The path that the server itself names when it cannot connect.
 std::string pathAccordingToServer(const Environment& environment) {
     const std::string said =
-        runProcess({.arguments = {}, .environment = environment},
+        runProcess({.environment = environment},
                    "{\"id\":1,\"method\":\"resources/read\",\"params\":{\"uri\":\"x\"}}\n")
             .output;
     const std::string before = " at ";

@@ -17,9 +17,9 @@ using ExitStatus = int;
 class Process {
 public:
     struct Options {
-        std::vector<std::string> arguments;
+        std::vector<std::string> arguments = {};
         /// The whole environment of the child.
-        std::map<std::string, std::string> environment;
+        std::map<std::string, std::string> environment = {};
         std::string program = TIDEWELL_MCP_PATH;
         /// Descriptors to hand over instead of pipes of our own; -1 for a pipe.
         int input = -1;
