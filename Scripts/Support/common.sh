@@ -87,7 +87,7 @@ processes=()  # programs that it started in the background
 # shellcheck disable=SC2317  # the trap calls it
 end_script() {
     trap '' INT TERM HUP  # a second Ctrl-C does not stop the cleaning
-    [ -z "$ticker" ] || kill "$ticker" 2>/dev/null || true
+    [ -z "$ticker" ] || kill -USR1 "$ticker" 2>/dev/null || true
     if [ "${#processes[@]}" -gt 0 ]; then
         kill "${processes[@]}" 2>/dev/null || true
         wait "${processes[@]}" 2>/dev/null || true
@@ -110,21 +110,22 @@ make_private() { private=$(mktemp -d "/tmp/tidewell-$1.XXXXXX"); }
 with_signs_of_life() {
     local log=$1 status=0
     shift
-    # Its output is shown, not captured: a caller's $(…) must not wait for it.
+    # Its output is shown, not captured: a caller's $(…) must not wait for it. It ends with a signal that this script
+    # does not trap: one that it does is lost when it arrives while the new process still has the script's trap.
     (
-        trap 'kill "$sleeping" 2>/dev/null; exit' TERM
-        seconds=0
+        seconds=0 sleeping=''
+        trap 'kill $sleeping 2>/dev/null; exit' USR1
         while :; do
-            sleep 20 &
+            sleep 20 3>&- &
             sleeping=$!
-            wait "$sleeping" 2>/dev/null
+            wait "$sleeping"
             seconds=$((seconds + 20))
-            printf '   … %d s: %s\n' "$seconds" "$(tail -n 1 "$log" 2>/dev/null | cut -c 1-90)" >&2
+            printf '   … %d s: %s\n' "$seconds" "$(tail -n 1 "$log" 2>/dev/null | cut -c 1-90)" >&3
         done
-    ) >/dev/null &
+    ) 3>&2 >/dev/null 2>&1 &
     ticker=$!
     "$@" >"$log" 2>&1 </dev/null || status=$?
-    kill "$ticker" 2>/dev/null || true
+    kill -USR1 "$ticker" 2>/dev/null || true
     wait "$ticker" 2>/dev/null || true
     ticker=''
     return "$status"
