@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <filesystem>
@@ -298,7 +299,7 @@ TEST(Program, WaitingForAFullOutputTakesNoProcessorTime) {
 /// The program under a shell that prepares its surroundings first; `preparation` ends in the words that start it.
 Process::Options behind(const std::string& preparation,
                         const std::string& socketPath = "/nonexistent/host.sock") {
-    Process::Options result = options({"-c", preparation, TIDEWELL_MCP_PATH}, socketPath);
+    Process::Options result = options({"-c", preparation, programUnderTest()}, socketPath);
     result.program = "/bin/sh";
     return result;
 }
@@ -326,6 +327,38 @@ TEST(Program, WithoutAThreadToBeHadTheCallIsMadeAllTheSame) {
         behind("ulimit -s 400000 && ulimit -v 100000 && exec \"$0\"", host.socketPath()), toolCall + "\n");
     EXPECT_EQ(json::parse(finished.output)["result"]["isError"], false);
     EXPECT_EQ(finished.status, 0);
+}
+
+TEST(Program, TheDeepestAndLargestMessagesNeedLittleStack) {
+    if (TIDEWELL_SANITIZED) GTEST_SKIP() << "sanitizers need stack of their own";
+    // Half of what musl gives a thread. glibc gives it what the limit says; macOS gives it 512 KiB.
+    constexpr const char* small = "ulimit -s 64 && exec \"$0\"";
+    const auto nested = [](int depth) { return std::string(depth, '[') + "1e-300" + std::string(depth, ']'); };
+    const std::string large = "\"" + std::string(3'000'000, 'x') + "\\n\"";
+    std::string manyMembers = "{\"key\":1";
+    for (int number = 0; number < 20'000; ++number) manyMembers += ",\"" + std::to_string(number) + "\":[]";
+    manyMembers += ",\"key\":2}";
+
+    ScriptedHost host;
+    std::string input;
+    int requests = 0;
+    const auto ask = [&](const std::string& arguments, const std::string& reply) {
+        for (const char* const method : {"tools/call", "resources/read"}) {
+            host.replies(reply);
+            input += R"({"id":)" + std::to_string(requests++) + R"(,"method":")" + method +
+                     R"(","params":{"name":"x","uri":"y","arguments":)" + arguments + "}}\n";
+        }
+    };
+    for (const std::string& value : {nested(510), large, manyMembers})
+        ask(value, R"({"ok":true,"result":)" + value + "}");
+    ask("{}", R"({"ok":false,"error":{"code":"c","message":)" + large + R"(,"hint":)" + large + "}}");
+    ask("{}", nested(513));  // refused by an exception
+    ask("{}", "nonsense");
+
+    const Finished finished = runProcess(behind(small, host.socketPath()), input);
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_EQ(std::ranges::count(finished.output, '\n'), requests);
+    EXPECT_EQ(host.connections(), requests);
 }
 
 TEST(Program, ALineThatMemoryCannotHoldIsAnsweredAndTheNextOneCounts) {
@@ -375,7 +408,7 @@ class Installed {
 public:
     Installed() {
         std::filesystem::create_directories(folder_ / "App.app/Contents/MacOS");
-        std::filesystem::copy_file(TIDEWELL_MCP_PATH, program());
+        std::filesystem::copy_file(programUnderTest(), program());
     }
     std::string program() const { return folder_ / "App.app/Contents/MacOS/tool"; }
     void writeVersionFile(const std::string& content) const {

@@ -15,6 +15,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -41,6 +42,11 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 }
 
 }  // namespace
+
+std::string programUnderTest() {
+    const char* const other = std::getenv("TIDEWELL_MCP_PROGRAM");
+    return other == nullptr ? TIDEWELL_MCP_PATH : other;
+}
 
 Process::Process(const Options& options) : mayUseErrors_(options.mayUseErrors) {
     ::signal(SIGPIPE, SIG_IGN);  // a child that went early must not take the tests along

@@ -14,13 +14,16 @@ namespace tidewell::test {
 /// What became of a child: its exit status, or minus the signal that ended it.
 using ExitStatus = int;
 
+/// The program under test: the one that was built along with the tests, or TIDEWELL_MCP_PROGRAM of the environment.
+std::string programUnderTest();
+
 class Process {
 public:
     struct Options {
         std::vector<std::string> arguments = {};
         /// The whole environment of the child.
         std::map<std::string, std::string> environment = {};
-        std::string program = TIDEWELL_MCP_PATH;
+        std::string program = programUnderTest();
         /// Descriptors to hand over instead of pipes of our own; -1 for a pipe.
         int input = -1;
         int output = -1;

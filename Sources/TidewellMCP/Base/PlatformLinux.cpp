@@ -79,7 +79,7 @@ void preferLargePages(void* block, std::size_t size) noexcept {
     ::madvise(static_cast<char*>(block) - before, before + size, MADV_HUGEPAGE);  // advisory
 }
 
-std::optional<double> parseDouble(std::string_view text) {
+std::optional<double> parseDouble([[maybe_unused]] std::string_view text) {
 #ifdef __cpp_lib_to_chars
     double value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
