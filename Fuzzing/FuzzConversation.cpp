@@ -1,6 +1,6 @@
 // FuzzConversation.cpp: a whole input stream, through read loop and method table, with no host app about.
-#include "Judge.hpp"
 #include "Stage.hpp"
+#include "Support/Judge.hpp"
 #include "Target.hpp"
 
 #include <sys/socket.h>
@@ -17,6 +17,8 @@ namespace {
 
 using namespace tidewell;
 using namespace tidewell::fuzzing;
+using nlohmann::json;
+using test::judge;
 
 constexpr const char* noHost = "/nonexistent/host.sock";
 
@@ -138,7 +140,7 @@ bool hasCatalogShape(const json& message, const json& result) {
 }
 
 void checkReply(std::string_view line, const std::optional<json>& message) {
-    std::optional<json> reply = judge(line);
+    std::optional<json> reply = judge(line, test::Text::written);
     require(reply && reply->is_object() && reply->size() == 3 && (*reply)["jsonrpc"] == "2.0" &&
                 reply->contains("id"),
             "a reply is one JSON-RPC object", line);
@@ -152,11 +154,7 @@ void checkReply(std::string_view line, const std::optional<json>& message) {
     }
     require(echoes((*reply)["id"], message->at("id")), "the id is echoed", line);
     if (const std::optional<json> expected = outcomeOf(*message)) {
-        if (methodOf(*message) == "tools/call") {
-            require(outcome.contains("result") && unpackText(outcome["result"]["content"][0]),
-                    "the text of a tool result is JSON", line);
-        }
-        require(outcome == *expected, "a request gets its own answer", line);
+        require(test::opened(outcome) == *expected, "a request gets its own answer", line);
     } else {
         require(outcome.contains("result") && hasCatalogShape(*message, outcome["result"]),
                 "the catalog is served whole", line);

@@ -1,16 +1,18 @@
 // FuzzHostReply.cpp: the bytes that a host app answers with, and what the client gets to see of them.
 //
 // A host answers one tool call and one resource read with the input, in pieces, and hangs up.
-#include "Judge.hpp"
 #include "Stage.hpp"
-#include "Target.hpp"
-
+#include "Support/Judge.hpp"
 #include "Support/ScriptedHost.hpp"
+#include "Target.hpp"
 
 namespace {
 
+using namespace nlohmann::literals;
 using namespace tidewell;
 using namespace tidewell::fuzzing;
+using nlohmann::json;
+using test::judge;
 using test::HostConnection;
 using test::ScriptedHost;
 
@@ -59,7 +61,7 @@ json expectedToolReply(const Reading& reading, const json& reply) {
                             {"message", "Tidewell is not running — start the app to use this tool."}});
     case Reading::Kind::unreadable: {
         // The reader's own words, whatever they are.
-        const json& message = reply["result"]["content"][0]["text"]["error"]["message"];
+        const json message = reply.value("/result/content/0/text/error/message"_json_pointer, json());
         require(message.is_string() && !message.get_ref<const std::string&>().empty(),
                 "an unreadable reply has a reason", reply.dump());
         return toolFailure({{"code", "error"}, {"message", message}});
@@ -81,7 +83,7 @@ json expectedResourceReply(const Reading& reading, const json& reply) {
     case Reading::Kind::missing:
         return failure(-32000, "no response from Tidewell within 120s (app busy or stalled)");
     case Reading::Kind::unreadable: {
-        const json& message = reply["error"]["message"];
+        const json message = reply.value("/error/message"_json_pointer, json());
         require(message.is_string() && message.get<std::string>().starts_with("Internal error: "),
                 "an unreadable resource is an internal error", reply.dump());
         return failure(-32603, message);
@@ -101,7 +103,7 @@ json expectedResourceReply(const Reading& reading, const json& reply) {
 json nextReply(std::string_view& output, int id) {
     const std::size_t end = output.find('\n');
     require(end != std::string_view::npos, "every request gets a reply", output);
-    const std::optional<json> reply = judge(output.substr(0, end));
+    const std::optional<json> reply = judge(output.substr(0, end), test::Text::written);
     require(reply && reply->is_object() && reply->size() == 3 && (*reply)["jsonrpc"] == "2.0" &&
                 (*reply)["id"] == id,
             "a reply is one JSON-RPC object", output.substr(0, end));
@@ -137,17 +139,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string output = outputWithReplies(bytes);
 
     std::string_view rest = output;
-    json tool = nextReply(rest, 1);
-    require(tool.contains("result") && tool["result"].contains("content") &&
-                unpackText(tool["result"]["content"][0]),
-            "the text of a tool result is JSON", output);
+    const json tool = test::opened(nextReply(rest, 1));
     require(tool == expectedToolReply(reading, tool), "a tool result says what the host said", output);
 
-    json resource = nextReply(rest, 2);
-    if (resource.contains("result")) {
-        require(resource["result"].contains("contents") && unpackText(resource["result"]["contents"][0]),
-                "the text of a resource is JSON", output);
-    }
+    const json resource = test::opened(nextReply(rest, 2));
     require(resource == expectedResourceReply(reading, resource), "a resource is what the host said", output);
     require(rest.empty(), "nothing is written unasked", rest);
     return 0;

@@ -3,6 +3,7 @@
 #include "Base/MCPError.hpp"
 #include "Base/Platform.hpp"
 #include "Support/ExactJSON.hpp"
+#include "Support/Judge.hpp"
 #include "Support/ScriptedHost.hpp"
 #include "JSON/JSONReader.hpp"
 #include "JSON/JSONValue.hpp"
@@ -194,7 +195,7 @@ TEST(Exchange, TheEnvelopeHasItsThreeMembersAndEndsWithALineFeed) {
     });
     ByteBuffer result;
     SocketClient(host.socketPath()).forward("get_repository", R"({"repoId":"a\/b"})", result);
-    const std::string id = parseUnique(raw)["requestId"];
+    const std::string id = judgeWritten(raw)["requestId"];
     EXPECT_EQ(exact(raw),
               exact(R"({"tool":"get_repository","args":{"repoId":"a/b"},"requestId":")" + id + "\"}"));
     EXPECT_TRUE(std::regex_match(

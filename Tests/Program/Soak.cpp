@@ -6,7 +6,7 @@
 // nonsense and is gone for a while (SoakHost). The right reply to each is known before it is sent (SoakLoad).
 // A batch ends with a ping, whose reply proves that nothing is still to come; what the server holds of the
 // system is counted then. Exit status 0 only if all was right. Linux only: the figures come from /proc.
-#include "Support/ExactJSON.hpp"
+#include "Support/Judge.hpp"
 #include "Support/Process.hpp"
 #include "Support/SoakHost.hpp"
 #include "Support/SoakLoad.hpp"
@@ -118,7 +118,7 @@ private:
         for (const Request& request : batch) {
             if (request.replies.empty()) continue;
             const auto line = server_.readLine();
-            const json reply = line ? opened(uniqueOrDiscarded(*line)) : json();
+            const json reply = line ? opened(judge(*line, Text::written).value_or(json())) : json();
             ++checked_;
             if (std::ranges::find(request.replies, reply) != request.replies.end()) continue;
             return "the request  " + request.line.substr(0, 500) + "\nwas answered " +

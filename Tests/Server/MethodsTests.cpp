@@ -2,6 +2,7 @@
 #include "Server/StdioBridge.hpp"
 
 #include "Support/Conversation.hpp"
+#include "Support/ExactJSON.hpp"
 #include "Support/ScriptedHost.hpp"
 #include "Support/TestNames.hpp"
 

@@ -3,6 +3,7 @@
 #include "JSON/JSONValue.hpp"
 
 #include "Support/Conversation.hpp"
+#include "Support/ExactJSON.hpp"
 #include "Support/ScriptedHost.hpp"
 #include "Support/TestNames.hpp"
 

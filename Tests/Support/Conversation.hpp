@@ -3,7 +3,7 @@
 
 #include "Server/StdioBridge.hpp"
 
-#include "ExactJSON.hpp"
+#include "Judge.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -52,7 +52,7 @@ inline std::vector<nlohmann::json> repliesTo(std::string_view input,
                                              const std::string& socketPath = "/nonexistent/host.sock") {
     std::vector<nlohmann::json> replies;
     std::istringstream stream(converse(input, socketPath));
-    for (std::string line; std::getline(stream, line);) replies.push_back(parseUnique(line));
+    for (std::string line; std::getline(stream, line);) replies.push_back(judgeWritten(line));
     return replies;
 }
 

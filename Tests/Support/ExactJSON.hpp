@@ -87,32 +87,4 @@ inline std::vector<std::string> exactLines(std::string_view lines) {
     return result;
 }
 
-/// The value of a text in which no object has two members with one key; a discarded one for any other, and when it
-/// is not JSON.
-inline nlohmann::json uniqueOrDiscarded(std::string_view text) {
-    std::vector<std::vector<std::string>> keys;  // of the objects that are open
-    bool isUnique = true;
-    using Event = nlohmann::json::parse_event_t;
-    const auto watch = [&](int, Event event, const nlohmann::json& parsed) {
-        if (event == Event::object_start) keys.emplace_back();
-        if (event == Event::key) keys.back().push_back(parsed.get<std::string>());
-        if (event == Event::object_end) {
-            std::ranges::sort(keys.back());
-            isUnique = isUnique && std::ranges::adjacent_find(keys.back()) == keys.back().end();
-            keys.pop_back();
-        }
-        return true;
-    };
-    nlohmann::json value = nlohmann::json::parse(text, watch, false);
-    return isUnique ? value : nlohmann::json(nlohmann::json::value_t::discarded);
-}
-
-/// The same, but throws instead.
-inline nlohmann::json parseUnique(std::string_view text) {
-    nlohmann::json value = uniqueOrDiscarded(text);
-    if (value.is_discarded())
-        throw std::runtime_error("not JSON, or a member twice: " + std::string(text.substr(0, 500)));
-    return value;
-}
-
 }  // namespace tidewell::test

@@ -1,6 +1,7 @@
 #include "ScriptedHost.hpp"
 
 #include "ExactJSON.hpp"
+#include "Judge.hpp"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -107,7 +108,7 @@ std::string ScriptedHost::readAndRecord(const HostConnection& connection) {
 std::vector<nlohmann::json> ScriptedHost::received() const {
     const std::lock_guard lock(mutex_);
     std::vector<nlohmann::json> envelopes;
-    for (const std::string& line : received_) envelopes.push_back(parseUnique(line));
+    for (const std::string& line : received_) envelopes.push_back(judgeWritten(line));
     return envelopes;
 }
 

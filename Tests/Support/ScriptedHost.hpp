@@ -51,7 +51,7 @@ public:
     ~ScriptedHost();
 
     const std::string& socketPath() const { return socketPath_; }
-    /// The envelopes read so far, in order. Throws when one has a member twice or is not JSON.
+    /// The envelopes read so far, in order. Throws when one is not as the program has to write JSON.
     std::vector<nlohmann::json> received() const;
     /// The same as exact() spells them (ExactJSON.hpp), each without its request id, which has to be a UUID.
     std::vector<std::string> exactEnvelopes() const;

@@ -1,6 +1,6 @@
 #include "SoakHost.hpp"
 
-#include "ExactJSON.hpp"
+#include "Judge.hpp"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -84,7 +84,7 @@ void SoakHost::leave(bool refuses) const {
 }
 
 void SoakHost::check(const std::string& line, const std::string& tool, const json& args) {
-    const json envelope = uniqueOrDiscarded(line);
+    const json envelope = judge(line, Text::written).value_or(json());
     const json given = envelope.is_object() ? envelope.value("requestId", json()) : json();
     const std::string id = given.is_string() ? given.get<std::string>() : "";
     const bool isUUID = id.size() == 36 && id.find_first_not_of("0123456789ABCDEF-") == std::string::npos;

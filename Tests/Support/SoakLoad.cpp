@@ -1,5 +1,7 @@
 #include "SoakLoad.hpp"
 
+#include "Judge.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -21,15 +23,6 @@ json readGolden(const std::string& kind) {
     json entries = json::array();
     for (const auto& path : paths) entries.push_back(json::parse(std::ifstream(path)));
     return entries;
-}
-
-/// What becomes of the client's numbers on their way to the host app: those equal to 1 and 0 are booleans.
-json converted(json value) {
-    if (value.is_number() && (value == 0 || value == 1)) return value == 1;
-    if (value.is_structured()) {
-        for (json& element : value) element = converted(std::move(element));
-    }
-    return value;
 }
 
 std::string stringOr(const json& object, const char* key, std::string otherwise) {
@@ -96,16 +89,6 @@ std::vector<json> resourceOutcomes(const Exchange& exchange, const std::string& 
 }
 
 }  // namespace
-
-json opened(json reply) {
-    for (const char* const list : {"content", "contents"}) {
-        const json::json_pointer place("/result/" + std::string(list) + "/0/text");
-        if (!reply.contains(place)) continue;
-        json& text = reply[place];
-        text = json::parse(text.is_string() ? text.get<std::string>() : "no text", nullptr, false);
-    }
-    return reply;
-}
 
 struct SoakLoad::Row {
     std::size_t weight;
@@ -261,7 +244,7 @@ Request SoakLoad::toolCall() {
     json params = {{"name", name}};
     if (random_.chance(90)) params["arguments"] = random_.value(3);
     if (isHuge(random_)) params["arguments"] = {{"text", hugeText(random_)}};
-    const Exchange exchange = host_.expect(name, converted(params.value("arguments", json::object())));
+    const Exchange exchange = host_.expect(name, withBooleans(params.value("arguments", json::object())));
     return message("tools/call", params, {toolOutcome(exchange)});
 }
 

@@ -11,14 +11,11 @@
 namespace tidewell::test {
 
 /// One line to the server, and the replies of which one has to come; nothing may come if there are none. A
-/// JSON text inside a reply stands there as the value that it has to spell: see opened().
+/// JSON text inside a reply stands there as the value that it has to spell: see opened() in Judge.hpp.
 struct Request {
     std::string line;
     std::vector<nlohmann::json> replies = {};
 };
-
-/// A server's reply in the form of Request::replies.
-nlohmann::json opened(nlohmann::json reply);
 
 class SoakLoad {
 public:
