@@ -12,8 +12,8 @@ using namespace nlohmann::literals;
 using namespace tidewell;
 using namespace tidewell::fuzzing;
 using nlohmann::json;
-using test::judge;
 using test::HostConnection;
+using test::judge;
 using test::ScriptedHost;
 
 constexpr const char* requests =

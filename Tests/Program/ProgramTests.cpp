@@ -333,7 +333,9 @@ TEST(Program, TheDeepestAndLargestMessagesNeedLittleStack) {
     if (TIDEWELL_SANITIZED) GTEST_SKIP() << "sanitizers need stack of their own";
     // Half of what musl gives a thread. glibc gives it what the limit says; macOS gives it 512 KiB.
     constexpr const char* small = "ulimit -s 64 && exec \"$0\"";
-    const auto nested = [](int depth) { return std::string(depth, '[') + "1e-300" + std::string(depth, ']'); };
+    const auto nested = [](int depth) {
+        return std::string(depth, '[') + "1e-300" + std::string(depth, ']');
+    };
     const std::string large = "\"" + std::string(3'000'000, 'x') + "\\n\"";
     std::string manyMembers = "{\"key\":1";
     for (int number = 0; number < 20'000; ++number) manyMembers += ",\"" + std::to_string(number) + "\":[]";

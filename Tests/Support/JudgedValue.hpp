@@ -18,7 +18,8 @@ inline nlohmann::json judged(const JSONValue& value) {
     case Kind::boolean: return *value.boolean();
     case Kind::integer: return *value.integer();
     // The one double that is written like an integer, and has no other form.
-    case Kind::real: return *value.real() == static_cast<double>(INT64_MIN) ? json(INT64_MIN) : json(*value.real());
+    case Kind::real:
+        return *value.real() == static_cast<double>(INT64_MIN) ? json(INT64_MIN) : json(*value.real());
     case Kind::string: return *value.string();
     case Kind::array:
         for (const JSONValue& element : value.elements()) container.push_back(judged(element));
