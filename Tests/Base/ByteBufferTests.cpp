@@ -42,6 +42,14 @@ TEST(ByteBuffer, TakesWhatIsWrittenIntoItsRoom) {
     EXPECT_EQ(buffer.view(), "a");
 }
 
+TEST(ByteBuffer, ALargeBlockFillsItsLargePagesAndTheTwoWordsOfMallocDoNotBeginAnother) {
+    constexpr std::size_t largePages = std::size_t{8} << 20;
+    ByteBuffer buffer;
+    buffer.append(std::string(5'000'000, 'x'));
+    EXPECT_LE(buffer.capacity() + 2 * sizeof(void*), largePages);
+    EXPECT_GT(buffer.capacity() + 4096, largePages);
+}
+
 TEST(ByteBuffer, DropsItsFront) {
     ByteBuffer buffer;
     buffer.append("abcdef");

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <string>
+
 namespace tidewell {
 namespace {
 
@@ -12,6 +15,12 @@ TEST(UTF8, EveryScalarValueIsWrittenAsAWellFormedSequence) {
         appendScalar(text, scalar);
         ASSERT_EQ(multibyteLength(text), text.size()) << scalar;
     }
+}
+
+TEST(UTF8, TheLastScalarValueTakesTheMostBytes) {
+    std::array<char, 2 * longestScalar> place{};
+    EXPECT_EQ(writeScalar(place.data(), 0x10FFFF), place.data() + 4);
+    EXPECT_EQ(longestScalar, 4U);
 }
 
 TEST(UTF8, KnownCharactersHaveTheirKnownBytes) {

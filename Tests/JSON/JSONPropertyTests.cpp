@@ -1,5 +1,6 @@
 // JSONPropertyTests.cpp: what must hold for any input at all, tried on random ones. An independent JSON library
 // is the judge.
+#include "Base/Platform.hpp"
 #include "JSON/JSONReader.hpp"
 #include "JSON/JSONTree.hpp"
 #include "JSON/JSONValue.hpp"
@@ -15,6 +16,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <string>
 #include <thread>
@@ -114,6 +116,76 @@ TEST(JSONProperties, DoublesSurviveTheWayOutAndIn) {
     }
 }
 
+/// Exactly between two neighbouring doubles, in all its digits.
+std::string midpoint(std::mt19937_64& engine) {
+    const std::uint64_t bits = engine() & INT64_MAX;
+    double below = 0;
+    std::memcpy(&below, &bits, sizeof below);
+    if (!std::isfinite(below)) return "2.5e0";
+    const double above = std::nextafter(below, HUGE_VAL);
+    if (!std::isfinite(above)) return "1.7976931348623158e308";
+    const long double middle = (static_cast<long double>(below) + static_cast<long double>(above)) / 2;
+    std::array<char, 1200> text{};
+    const int length = std::snprintf(text.data(), text.size(), "%.1100Le", middle);
+    return {text.data(), static_cast<std::size_t>(length)};
+}
+
+/// 1 to 25 digits with or without a point, and an exponent up to the ends of the doubles and beyond.
+std::string decimal(RandomJSON& random) {
+    std::string text = random.chance(50) ? "-" : "";
+    text += static_cast<char>('1' + random.upTo(8));
+    const std::size_t more = random.upTo(24);
+    const std::size_t point = random.upTo(30);
+    for (std::size_t digit = 0; digit < more; ++digit) {
+        if (digit == point) text += '.';
+        text += static_cast<char>('0' + random.upTo(9));
+    }
+    if (random.chance(30)) return text;
+    return text + 'e' + std::to_string(static_cast<int>(random.upTo(680)) - 350);
+}
+
+/// The library's way is the only one here, and strtod() the only one elsewhere: both have to be right.
+TEST(JSONProperties, DoublesAreReadAsTheCLibraryReadsThem) {
+    const std::string zeros(44, '0');
+    std::vector<std::string> texts = {
+        "5e-324", "4.9e-324", "2.4703282292062328e-324", "2.4703282292062327e-324", "2.2250738585072011e-308",
+        "1e-400", "-1e-400",  "1.7976931348623157e308",  "1.7976931348623159e308",  "1e400",
+        "-1e400"};
+    // Beyond the range of doubles, and as long as the copies that strtod() gets, or a byte more or less.
+    for (const char* const digits : {"123456789012", "1234567890123", "12345678901234"})
+        texts.push_back("0." + zeros + digits + "e-400");
+    RandomJSON random(testSeed());
+    std::mt19937_64 engine(testSeed());
+    for (int round = 0; round < 30'000; ++round) texts.push_back(decimal(random));
+    for (int round = 0; round < 1000; ++round) {
+        const std::string text = midpoint(engine);
+        texts.push_back(text);
+        // Its last digit now decides on which side it is.
+        const std::size_t mark = text.find('e');
+        texts.push_back(text.substr(0, mark) + "1" + text.substr(mark));
+    }
+
+    const bool libraryReads = Platform::parseDouble("0.5").has_value();
+    int outOfRange = 0;
+    for (const std::string& text : texts) {
+        const double expected = std::strtod(text.c_str(), nullptr);
+        if (const auto read = Platform::parseDouble(text)) {
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(*read), std::bit_cast<std::uint64_t>(expected)) << text;
+        } else {
+            ++outOfRange;
+            ASSERT_TRUE(!libraryReads || expected == 0 || !std::isfinite(expected)) << text;
+        }
+        if (!std::isfinite(expected)) {
+            ASSERT_THROW(JSONValue::decode(text), JSONError) << text;
+            continue;
+        }
+        const JSONValue decoded = JSONValue::decode(text);
+        const auto whole = decoded.integer();
+        ASSERT_EQ(whole ? static_cast<double>(*whole) : decoded.real(), expected) << text;
+    }
+    EXPECT_GT(outOfRange, 1000) << "the ends of the range have to be common for this to mean something";
+}
+
 /// A line as a client might send it, sound or not.
 std::string randomLine(RandomJSON& random, int id) {
     static constexpr const char* methods[] = {"ping",
@@ -207,7 +279,8 @@ TEST(ConversationProperties, EveryRequestGetsOneValidReplyLineInOrderWhateverThe
             ASSERT_EQ(reply.size(), 3U);
             ASSERT_NE(reply.contains("result"), reply.contains("error")) << reply;
             if (reply.contains("result") && reply["result"].contains("content")) {
-                ASSERT_NO_THROW(judgeWritten(reply["result"]["content"][0]["text"].get<std::string>())) << reply;
+                ASSERT_NO_THROW(judgeWritten(reply["result"]["content"][0]["text"].get<std::string>()))
+                    << reply;
             }
         }
     }

@@ -228,6 +228,32 @@ TEST(JSONReader, AnObjectIsReadMemberByMember) {
     EXPECT_EQ(members, (decltype(members){{"a", "[1, {}]"}, {"b", "\"x\""}, {"a", "2"}}));
 }
 
+TEST(JSONReader, KeysAndStringsStayWhenTheirPieceIsGone) {
+    const std::string text = R"({"ab" : "cd" , "e\u0066" : "g\nh" , "\u0069j" : "kl" , "m" : "\tn" })";
+    using Members = std::vector<std::pair<std::string, std::string>>;
+    const Members expected = {{"ab", "cd"}, {"ef", "g\nh"}, {"ij", "kl"}, {"m", "\tn"}};
+    for (std::size_t size = 1; size <= text.size(); ++size) {
+        test::Pieces pieces(text, size);
+        JSONReader reader(pieces);
+        Members members;
+        reader.readObject([&](std::string_view key) {
+            std::string name(key);
+            std::string place = "what stood there before";
+            const std::string_view value = reader.readString(place).value();
+            reader.next();  // may get another piece
+            members.emplace_back(std::move(name), value);
+        });
+        EXPECT_EQ(members, expected) << size;
+    }
+}
+
+TEST(JSONReader, AStringThatStandsInTheTextIsNotCopied) {
+    const std::string text = R"("abc")";
+    std::string place = "untouched";
+    EXPECT_EQ(JSONReader(text).readString(place).value().data(), text.data() + 1);
+    EXPECT_EQ(place, "untouched");
+}
+
 TEST(JSONReader, WhatIsNoObjectIsLeftUnread) {
     JSONReader reader("[{}]");
     EXPECT_FALSE(reader.readObject([](std::string_view) { FAIL(); }));
