@@ -19,8 +19,9 @@ ask(runtime -print-libgcc-file-name)
 
 set(CMAKE_CXX_FLAGS_INIT
     "-nostdlibinc -nostdinc++ -isystem ${llvm}/include/c++/v1 -isystem /usr/include/${prefix} -D_LIBCPP_HAS_MUSL_LIBC")
-set(CMAKE_EXE_LINKER_FLAGS_INIT
-    "-nostdlib -Wl,${glibc_only} /usr/lib/${prefix}/rcrt1.o /usr/lib/${prefix}/crti.o ${begin}")
+string(JOIN " " CMAKE_EXE_LINKER_FLAGS_INIT
+    -nostdlib -Wno-unused-command-line-argument -Wl,${glibc_only}
+    /usr/lib/${prefix}/rcrt1.o /usr/lib/${prefix}/crti.o ${begin})
 string(JOIN " " CMAKE_CXX_STANDARD_LIBRARIES_INIT
     ${llvm}/lib/libc++.a ${llvm}/lib/libc++abi.a ${llvm}/lib/libunwind.a /usr/lib/${prefix}/libc.a ${runtime}
     ${end} /usr/lib/${prefix}/crtn.o)
