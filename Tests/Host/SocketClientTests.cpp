@@ -233,6 +233,21 @@ TEST(Exchange, EveryRequestHasAnIdOfItsOwnAndAConnectionOfItsOwn) {
     EXPECT_EQ(host.connections(), 50);
 }
 
+TEST(Exchange, EveryByteOfARequestsIdIsDrawnByItself) {
+    ScriptedHost host;
+    for (int round = 0; round < 50; ++round) replyFrom(host);
+    // Version and variant take the upper bits of two bytes, so the lower ones are compared.
+    std::vector<std::vector<int>> bytes(16);
+    for (const auto& envelope : host.received()) {
+        std::string digits = envelope["requestId"];
+        std::erase(digits, '-');
+        for (std::size_t at = 0; at < 16; ++at)
+            bytes[at].push_back(std::stoi(digits.substr(at * 2, 2), nullptr, 16) & 0x0F);
+    }
+    EXPECT_EQ(std::set(bytes.begin(), bytes.end()).size(), 16U) << "two bytes are always the same";
+    for (const auto& values : bytes) EXPECT_GE(std::set(values.begin(), values.end()).size(), 8U);
+}
+
 TEST(Exchange, AHostThatClosesUnansweredIsNoResponseAtOnce) {
     ScriptedHost host;
     host.closesUnanswered();

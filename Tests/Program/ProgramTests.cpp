@@ -333,7 +333,7 @@ TEST(Program, TheDeepestAndLargestMessagesNeedLittleStack) {
     if (TIDEWELL_SANITIZED) GTEST_SKIP() << "sanitizers need stack of their own";
     // Half of what musl gives a thread. glibc gives it what the limit says; macOS gives it 512 KiB.
     constexpr const char* small = "ulimit -s 64 && exec \"$0\"";
-    const auto nested = [](int depth) {
+    const auto nested = [](std::size_t depth) {
         return std::string(depth, '[') + "1e-300" + std::string(depth, ']');
     };
     const std::string large = "\"" + std::string(3'000'000, 'x') + "\\n\"";

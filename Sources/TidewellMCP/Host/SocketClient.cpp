@@ -29,7 +29,6 @@ std::string randomUUID() {
 
     constexpr std::string_view digits = "0123456789ABCDEF";
     std::string text;
-    text.reserve(36);
     for (std::size_t at = 0; at < bytes.size(); ++at) {
         if (at == 4 || at == 6 || at == 8 || at == 10) text.push_back('-');
         text.push_back(digits[bytes[at] >> 4]);

@@ -39,7 +39,8 @@ void writeAll(std::string_view rest, int output) {
         }
         if (count == 0) return;  // neither an error nor progress: give up
         if (errno == EINTR) continue;
-        if ((errno != EAGAIN && errno != EWOULDBLOCK) || !waitUntilWritable(output)) return;
+        static_assert(EAGAIN == EWOULDBLOCK);
+        if (errno != EAGAIN || !waitUntilWritable(output)) return;
     }
 }
 
