@@ -80,7 +80,7 @@ public:
     explicit JSONReader(JSONSource& source) noexcept : source_(&source) {}
 
     /// The next byte that is not a blank: it tells the kind of a value.
-    char next() {
+    [[gnu::always_inline]] char next() {
         if (at_ == end_ || isBlank(*at_)) skipBlanks();
         if (at_ == end_) fail(unexpectedEnd);
         return *at_;
@@ -122,7 +122,7 @@ private:
     /// Opens a container and returns whether anything is in it; an empty one is closed again.
     bool open(bool isObject);
     /// After a value inside a container: true if another follows; false when the closing bracket was read.
-    bool continues() {
+    [[gnu::always_inline]] bool continues() {
         if (!isAt(',')) return continuesBehindBlanks();
         ++at_;
         if (isObject_[nesting_ - 1] && !isAt('"')) expectKey();

@@ -10,6 +10,9 @@
 
 namespace tidewell {
 
+// always_inline, here and in JSONReader.hpp: the optimizer's budget for the whole program ends before these few, which
+// every byte passes. Without it a reply of 8 MB takes 8 % longer.
+
 /// Whether a byte stands for itself inside a JSON string, in both directions: ASCII, no control character,
 /// neither quote nor backslash.
 constexpr bool isPlain(char byte) noexcept {
@@ -19,7 +22,7 @@ constexpr bool isPlain(char byte) noexcept {
 
 /// The first byte of [at, end) that is not plain, or `end`. Eight bytes at a time: strings are most of a
 /// message, and most of a string is plain.
-inline const char* skipPlain(const char* at, const char* end) noexcept {
+[[gnu::always_inline]] inline const char* skipPlain(const char* at, const char* end) noexcept {
     constexpr std::uint64_t ones = 0x0101010101010101;
     constexpr std::uint64_t highs = ones * 0x80;
     static_assert(std::endian::native == std::endian::little, "the lowest byte of a word is the first");
@@ -46,7 +49,7 @@ const char* skipVerbatimBeyondASCII(const char* at, const char* end) noexcept;
 
 /// The first byte of [at, end) that may not stand in a JSON string as it is, or begins something that is not
 /// well-formed UTF-8; or `end`.
-inline const char* skipVerbatim(const char* at, const char* end) noexcept {
+[[gnu::always_inline]] inline const char* skipVerbatim(const char* at, const char* end) noexcept {
     at = skipPlain(at, end);
     if (at == end || static_cast<unsigned char>(*at) < 0x80) return at;
     return skipVerbatimBeyondASCII(at, end);
