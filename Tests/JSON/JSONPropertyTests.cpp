@@ -32,6 +32,11 @@ std::string rewritten(std::string_view text, NumberRule rule) {
     return std::string(out.view());
 }
 
+TEST(JSONWriter, OfEqualKeysTheLastStaysWhateverStandsBeforeThem) {
+    EXPECT_EQ(rewritten(R"({"a long key":1,"other":2,"a long key":3})", NumberRule::keep),
+              R"({"other":2,"a long key":3})");
+}
+
 TEST(JSONProperties, WhatIsReadIsWhatTheJudgeReadsAndIsWrittenBackEqual) {
     RandomJSON random(testSeed());
     for (int round = 0; round < 20'000; ++round) {

@@ -317,15 +317,18 @@ TEST(MemoryFaults, ALineThatCannotBeHeldIsDroppedToItsEndAndNoFurther) {
 }
 
 TEST(MemoryFaults, WhatFollowsALineThatCannotBeHeldCountsAlsoInTheSamePiece) {
-    // The line ends just past a step in which the buffer grows, so that its end and what follows arrive in
-    // the piece that finds no memory.
-    const std::string line = R"({"id":1,"method":"ping","padding":")" + std::string(1'049'500, 'x') + "\"}";
+    // The buffer has to grow for the end of the piece in which the line ends: that piece finds no memory, and what
+    // follows the line in it counts as much as what comes in later pieces.
+    std::string line = R"({"id":1,"method":"ping","padding":")";
+    line += std::string((1 << 20) - 200 - line.size(), 'x') + "\"}";
+    std::vector<std::string> lines(200, ping);
+    lines.insert(lines.begin(), line);
     Client client("/nonexistent/host.sock");
     client.memoryLimit = (1 << 20) + 1;
-    const auto replies = client.converse({line, ping, ping, ping}, Call::none, {});
-    ASSERT_EQ(replies.size(), 4U);
+    const auto replies = client.converse(lines, Call::none, {});
+    ASSERT_EQ(replies.size(), lines.size());
     EXPECT_EQ(replies[0], R"({"jsonrpc":"2.0","id":null,)" + outOfMemory + "}");
-    for (std::size_t at = 1; at < 4; ++at) EXPECT_EQ(replies[at], pingReply);
+    for (std::size_t at = 1; at < lines.size(); ++at) EXPECT_EQ(replies[at], pingReply);
 }
 
 TEST(MemoryFaults, ALineOfManyValuesTakesNoMemoryBesideItsText) {
