@@ -1,4 +1,4 @@
-// CannedHost.cpp: a host app that answers from memory, so that what is measured is the server.
+// CannedHost.cpp: a host app that answers from memory, so that only the server is measured.
 //
 //   CannedHost SOCKET                        says "ready" once it listens; ends with its standard input
 //   CannedHost SOCKET COMMAND [ARGUMENT…]    runs the command, and ends with it and its exit status

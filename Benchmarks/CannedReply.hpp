@@ -1,4 +1,4 @@
-// CannedReply.hpp: what the canned host app answers, the same bytes at every run.
+// CannedReply.hpp: what the canned host app answers, the same bytes in every run.
 #pragma once
 
 #include <array>

@@ -84,7 +84,7 @@ std::string everythingEscaped() {
     });
 }
 
-/// With the blanks of an indented text; line feeds cannot be among them.
+/// Adds the blanks of indented text, but no line feeds: a reply is one line.
 std::string indented(const std::string& record) {
     std::string text(8, ' ');
     bool inString = false;

@@ -10,7 +10,7 @@
 namespace tidewell::bench {
 
 struct Shape {
-    std::string_view name;   ///< of the tool that is answered with it
+    std::string_view name;   ///< of the tool that gets this reply
     std::string_view title;  ///< in tables
     std::string (*reply)();
 };

@@ -22,7 +22,7 @@ namespace tidewell::bench {
 
 namespace {
 
-constexpr int pipeSize = 1 << 20;  // what every user may ask for
+constexpr int pipeSize = 1 << 20;  // the default limit for unprivileged users
 
 std::array<int, 2> makePipe() {
     std::array<int, 2> ends{};
@@ -32,7 +32,7 @@ std::array<int, 2> makePipe() {
     return ends;
 }
 
-/// For posix_spawnp, which wants pointers that it does not write through.
+/// For posix_spawnp, which takes non-const pointers but does not write through them.
 std::vector<char*> pointers(const std::vector<std::string>& texts) {
     std::vector<char*> result;
     for (const std::string& text : texts) result.push_back(const_cast<char*>(text.c_str()));

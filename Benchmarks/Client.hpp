@@ -1,4 +1,4 @@
-// Client.hpp: a child program at two large pipes, as an MCP client has it, and as little work beside it as
+// Client.hpp: a child program on two large pipes, as an MCP client starts it, with as little overhead as
 // possible. Linux only.
 #pragma once
 
@@ -11,7 +11,8 @@
 
 namespace tidewell::bench {
 
-/// What to start: the program's path first, or its name if it is to be searched for, then its arguments; the environment is `environment` and no more.
+/// What to start: the program's path, or its name if PATH is to be searched, then its arguments. The program's
+/// environment is `environment` and nothing else.
 struct Command {
     std::vector<std::string> arguments;
     std::vector<std::string> environment;
@@ -19,24 +20,23 @@ struct Command {
 
 class Client {
 public:
-    /// Starts the program. What `firstInput` holds is in the pipe before.
+    /// Starts the program, with `firstInput` already in its input pipe.
     explicit Client(const Command& command, std::string_view firstInput = {});
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
-    /// finish(), unless that was done.
+    /// Calls finish() unless that has been done.
     ~Client();
 
-    /// Ends the program's input, waits for its end and returns how long it has run in all, in seconds.
+    /// Ends the program's input, waits until it exits and returns how long it ran in all, in seconds.
     double finish();
 
     /// Writes requests, together at most what one pipe holds (a megabyte).
     void write(std::string_view requests) const;
-    /// Reads until what came ends with a line feed, and returns how many bytes that were. For one reply at a
-    /// time.
+    /// Reads until the input ends with a line feed, and returns the number of bytes. For one reply at a time.
     std::size_t readReply();
     /// Whether a reply begins within `seconds`. Ends the program if not.
     bool waitForOutput(int seconds);
-    /// What the last readReply() or readReplies() read, when it was started with `keep`.
+    /// What the last readReply() or readReplies() read, if keep() had been called before.
     const std::string& kept() const noexcept { return kept_; }
     /// Keeps replies from now on.
     void keep() noexcept { keeps_ = true; }
@@ -44,8 +44,7 @@ public:
     /// requests do not pay for waking a reader. `size` has to fit the pipe. False when more or fewer came.
     bool readReplies(std::size_t size);
 
-    /// A line of /proc/PID/status in bytes: "VmRSS" is what is resident now, "VmHWM" the most it has ever
-    /// been.
+    /// A line of /proc/PID/status in bytes: "VmRSS" is what is resident now, "VmHWM" its peak.
     std::size_t memory(std::string_view name) const;
     /// How long the program's threads have run so far, its system calls included, in seconds. Threads that
     /// have ended no longer count.

@@ -15,8 +15,7 @@ using namespace tidewell;
 
 constexpr std::size_t chunkSize = 4096;
 
-/// Lines of the given length, line feed included; those that are shorter than a megabyte are as many as fill
-/// one.
+/// Lines of the given length, line feed included: one line, or as many as fill a megabyte.
 void cutLines(benchmark::State& state) {
     const auto length = static_cast<std::size_t>(state.range(0));
     const std::size_t wanted = std::max<std::size_t>(1, (std::size_t{1} << 20) / length);

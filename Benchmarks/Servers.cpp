@@ -15,7 +15,7 @@ namespace {
 
 using nlohmann::json;
 
-// The floor tells the method by its place in the line: all requests begin alike.
+// All requests begin alike, because the floor finds the method by its position in the line.
 std::string request(std::string_view rest) {
     return R"({"jsonrpc":"2.0","id":1,"method":")" + std::string(rest) + "}\n";
 }
@@ -37,13 +37,13 @@ void compare(Server& server, const std::string& line, const json& expected, Acce
     server.replySizes[line] = {.bytes = text.size()};
 }
 
-/// A tool's text is JSON inside JSON, whose members stand in no promised order.
+/// A tool's text is JSON inside JSON, and the order of its members is not promised.
 json toolText(json& result) {
     if (result["isError"] != false || result["content"].size() != 1) return nullptr;
     return json::parse(result["content"][0]["text"].get_ref<const std::string&>());
 }
 
-/// How much longer a text becomes inside a JSON string. A canned one has no control characters.
+/// How much longer a text becomes inside a JSON string. Canned texts have no control characters.
 std::size_t escapedSize(const std::string& text) {
     const auto escapes =
         std::count_if(text.begin(), text.end(), [](char c) { return c == '"' || c == '\\'; });
@@ -81,8 +81,8 @@ std::string ask(const Server& server, const std::string& line) {
 }
 
 void compareReplies(std::vector<Server>& servers) {
-    // The handshake and the list as the first server gives them, which the tests of the program look at. Its
-    // version may be any, so that versions can be compared.
+    // The first server's handshake and list are the reference; the program's own tests check them. The version
+    // may differ, so that versions can be compared.
     const auto withoutVersion = [](json result) {
         if (result.contains("serverInfo")) result["serverInfo"].erase("version");
         return result;
@@ -108,7 +108,7 @@ void compareCalls(std::vector<Server>& servers, const std::string& tool) {
 void expectLargeReply(Server& server, std::size_t size) {
     const std::string result = cannedResult(size);
     const std::size_t bytes = server.isFloor ? result.size() : escapedSize(result);
-    // For the frame around it and because not every writer finds the shortest form of every double.
+    // Tolerance for the envelope, and because not every writer finds the shortest form of every double.
     server.replySizes[callRequest(size)] = {.bytes = bytes, .tolerance = 200 + bytes / 1000};
 }
 

@@ -1,13 +1,12 @@
-// SideBySide.cpp: the program beside other servers (Servers/), each a process of its own in front of the same
-// canned host app, doing the same work. Scripts/bench runs it, judges the ratios and draws the picture.
+// SideBySide.cpp: compares the program with other servers (Servers/), each a process of its own in front of the
+// same canned host app, doing the same work. Scripts/bench runs it, judges the ratios and draws the picture.
 //
 //   SideBySide [--ours=PROGRAM] [--only=REGEX] [--repetitions=N] [--sizes] [GOOGLE BENCHMARK'S OPTIONS]
 //
 // --ours measures another build in the program's place; --only leaves out what does not match, by
-// "work/server"; --sizes measures replies of 1 KB to 256 MB instead of
-// the rows of the tables. Before anything is measured, all servers are asked once what they will be asked, and
-// their answers compared as JSON values; from then on every measured reply has to have the length of the one
-// that was compared.
+// "work/server"; --sizes measures replies of 1 KB to 256 MB instead of the rows of the tables. Before anything
+// is measured, each server is sent every request once and the answers are compared as JSON values; from then on
+// every measured reply must be as long as the one that was compared.
 #include "CannedReply.hpp"
 #include "CannedShapes.hpp"
 #include "Servers.hpp"
@@ -45,14 +44,14 @@ struct Options {
     }
 };
 
-/// One after another: nothing is measured here but one reply at a time.
+/// One request and its reply; nothing is pipelined.
 void exchange(Client& client, const Server& server, const std::string& line) {
     client.write(line);
     if (!server.isReply(line, client.readReply())) throw std::runtime_error("a reply of another length");
 }
 
 // --- what is measured ---------------------------------------------------------------------------------
-// Real time counts. Beside it stands the processor time of the server alone, which a busy machine disturbs
+// Real time counts. The server's own processor time is reported as well, because a busy machine disturbs it
 // less.
 
 void setProcessorTime(benchmark::State& state, double seconds, std::size_t requestsEach) {
@@ -74,7 +73,7 @@ void start(benchmark::State& state, const Server& server) {
     setProcessorTime(state, busy, 1);
 }
 
-/// `count` requests in one go; the time is that of one.
+/// `count` requests in one go; the time reported is per request.
 void pipelined(benchmark::State& state, const Server& server, const std::string& line, std::size_t count) {
     std::string requests;
     for (std::size_t at = 0; at < count; ++at) requests += line;
@@ -92,8 +91,8 @@ void pipelined(benchmark::State& state, const Server& server, const std::string&
     setProcessorTime(state, client.processorSeconds() - busyBefore, count);
 }
 
-/// One request after the other's reply, the first unmeasured; and the server's memory: resident after the
-/// handshake and the list, the most it has ever been, and resident once a ping has been answered afterwards.
+/// Each request waits for the reply to the one before; the first is not measured. Also the server's memory:
+/// resident after the handshake and the list, its peak, and resident once a final ping has been answered.
 void oneByOne(benchmark::State& state, const Server& server, const std::string& line) {
     Client client(server.command);
     exchange(client, server, initializeRequest);
@@ -151,7 +150,7 @@ Run askingFor(std::size_t size) {
 
 /// The rows of the main table: 20 starts, for example, or 2 of a slow server.
 void registerWork(const Options& options, const Server& server) {
-    // Slow ones are not judged by these figures.
+    // No limit of the main table compares with a slow server, so fewer repetitions will do.
     const int repetitions = server.isSlow ? std::max(1, options.repetitions / 3) : options.repetitions;
     const auto often = [&](int fast, int slow) { return Often{server.isSlow ? slow : fast, repetitions}; };
     registerOne(options, "start", server, often(20, 2), start);
@@ -174,7 +173,7 @@ void registerShapes(const Options& options, const Server& server) {
     }
 }
 
-/// One point each of a server's curve, until it fails or becomes too slow.
+/// The points of a server's curve, until it fails or becomes too slow.
 void registerSizes(const Options& options, Server& server) {
     constexpr std::size_t smallest = 1 << 10;
     constexpr std::size_t largest = 256 * megabyte;
@@ -262,7 +261,7 @@ Options takeOptions(int& argumentCount, char* arguments[]) {
 }  // namespace
 
 int main(int argumentCount, char* arguments[]) {
-    ::signal(SIGPIPE, SIG_IGN);  // a server that went early is an error to report
+    ::signal(SIGPIPE, SIG_IGN);  // a server that exits early is an error to report
     try {
         const Options options = takeOptions(argumentCount, arguments);
         benchmark::Initialize(&argumentCount, arguments);

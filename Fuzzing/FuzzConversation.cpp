@@ -1,4 +1,4 @@
-// FuzzConversation.cpp: a whole input stream, through read loop and method table, with no host app about.
+// FuzzConversation.cpp: a whole input stream through the read loop and the method table, without a host app.
 #include "Stage.hpp"
 #include "Support/Judge.hpp"
 #include "Target.hpp"
@@ -52,7 +52,7 @@ bool endsProcess(const json& message) {
 struct Plan {
     /// Up to the first line that would end the process.
     std::string_view input;
-    /// For each reply the message it answers, nothing for a parse error.
+    /// For each reply, the message it answers; nothing for a parse error.
     std::vector<std::optional<json>> expected;
 };
 
@@ -73,7 +73,7 @@ Plan planFor(std::string_view stream) {
             plan.expected.emplace_back();
         }
     }
-    // What follows the last line feed stays in, because it has to be ignored; a fatal line goes.
+    // What follows the last line feed stays, because the server must ignore it; a line that ends the process goes.
     plan.input = end == std::string_view::npos ? stream : stream.substr(0, start);
     return plan;
 }
@@ -95,7 +95,7 @@ json toolFailure(const char* code, const char* message) {
     return {{"result", {{"content", {{{"type", "text"}, {"text", text}}}}, {"isError", true}}}};
 }
 
-/// The result or error that a request has to get where it does not come out of the catalog.
+/// The result or error that a request must get, unless it comes from the catalog.
 std::optional<json> outcomeOf(const json& message) {
     const std::string method = methodOf(message);
     const auto name = stringParameter(message, "name");
@@ -125,7 +125,7 @@ std::optional<json> outcomeOf(const json& message) {
     return failure(-32601, "Method not found: " + method);
 }
 
-/// The methods whose results are tables or texts: their shape only.
+/// For the methods whose results are tables or texts, only the shape is checked.
 bool hasCatalogShape(const json& message, const json& result) {
     const std::string method = methodOf(message);
     if (method == "initialize") {

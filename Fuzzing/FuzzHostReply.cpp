@@ -1,4 +1,4 @@
-// FuzzHostReply.cpp: the bytes that a host app answers with, and what the client gets to see of them.
+// FuzzHostReply.cpp: the bytes that a host app answers with, and what reaches the client.
 //
 // A host answers one tool call and one resource read with the input, in pieces, and hangs up.
 #include "Stage.hpp"
@@ -27,7 +27,7 @@ struct Reading {
     enum class Kind { missing, unreadable, failure, success };
     Kind kind = Kind::missing;
     json result;  // of a success
-    json error;   // the record of a failure, with the strings that it really has
+    json error;   // the record of a failure, with those members that are strings
 };
 
 Reading readingOf(std::string_view bytes) {
@@ -99,7 +99,7 @@ json expectedResourceReply(const Reading& reading, const json& reply) {
     return {};
 }
 
-/// Takes the next line off `output`, as a reply to the request with this id and without its envelope.
+/// Takes the next line off `output`; returns the reply to the request with this id, without its envelope.
 json nextReply(std::string_view& output, int id) {
     const std::size_t end = output.find('\n');
     require(end != std::string_view::npos, "every request gets a reply", output);
@@ -122,7 +122,7 @@ std::string outputWithReplies(std::string_view bytes) {
     const std::size_t pieces = 1 + std::hash<std::string_view>()(bytes) % mostPieces;
     const std::size_t size = 1 + bytes.size() / pieces;
     for (int request = 0; request < 2; ++request) {
-        // A copy, because the host may still be writing when the client, content with one line, has gone on.
+        // A copy, because the host may still be writing when the client has read its one line and moved on.
         host.then([reply = std::string(bytes), size](const HostConnection& connection) {
             connection.readEnvelope();
             connection.writeInPieces(reply, size);

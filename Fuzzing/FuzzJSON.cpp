@@ -31,8 +31,8 @@ void checkWriting(const JSONValue& value) {
     const auto reread = read(written);
     require(reread && reread->jsonString() == written, "what is written is read and written the same",
             written);
-    // As a double, -2^63 is written with the digits of the integer, and so comes back as one: the same number
-    // in the other case.
+    // The double -2^63 is written with the same digits as the integer, so it reads back as an integer: the same
+    // number, but another kind of value.
     if (written.find("-9223372036854775808") != std::string::npos) return;
     require(*reread == value, "what is written reads back equal", written);
     const auto rereadByJudge = judge(written, test::Text::written);

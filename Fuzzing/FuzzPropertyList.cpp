@@ -1,4 +1,4 @@
-// FuzzPropertyList.cpp: a version file in any of its three forms; and the same bytes as a value to be found.
+// FuzzPropertyList.cpp: the input as a version file in any of the three forms, and as a value to be found in one.
 #include "PropertyList/PropertyList.hpp"
 #include "Target.hpp"
 #include "Wrapping.hpp"
@@ -12,9 +12,9 @@ using namespace tidewell::fuzzing;
 
 using Answer = std::optional<std::string>;
 
-/// What a reader of either written form has to ignore, and what none may.
+/// What a reader of either text form must ignore, and what it must not.
 constexpr std::string_view blanks = " \n";
-constexpr std::string_view garbage = "\n*/}";  // the first two bytes end a comment that nobody ended
+constexpr std::string_view garbage = "\n*/}";  // the "*/" ends a comment left open
 
 bool isMarkedOrBinary(std::string_view file) {
     constexpr std::array<std::string_view, 4> marks = {"\xFE\xFF", "\xFF\xFE", "\xEF\xBB\xBF", "bplist0"};

@@ -1,5 +1,5 @@
-// FuzzRewriting.cpp: a text, rewritten in one pass. It has to come to the same as decoding and writing it, the
-// verdict, the error's words and its offset included, whether it lies there whole or arrives in pieces.
+// FuzzRewriting.cpp: a text, rewritten in one pass. The outcome must equal that of decoding and writing it, including
+// the verdict, the error's words and its offset, whether the text is there at once or arrives in pieces.
 #include "Support/Pieces.hpp"
 #include "Target.hpp"
 #include "JSON/JSONTree.hpp"
@@ -12,7 +12,7 @@ namespace {
 using namespace tidewell;
 using namespace tidewell::fuzzing;
 
-/// Tells the consumer what the reader reads. The reason when that is no JSON, else nothing.
+/// Passes what the reader reads to the consumer. Returns the reason if the text is not JSON, else nothing.
 std::string tell(JSONReader& reader, auto& consumer) {
     try {
         reader.readValue(consumer);

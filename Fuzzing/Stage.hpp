@@ -1,4 +1,4 @@
-// Stage.hpp: a bridge between files in place of a client's pipes, and quick at it.
+// Stage.hpp: a bridge that reads and writes files instead of a client's pipes, which is faster.
 #pragma once
 
 #include "Server/StdioBridge.hpp"
@@ -14,7 +14,7 @@
 
 namespace tidewell::fuzzing {
 
-/// One unnamed file, filled anew for each run. Any failure of the system ends the process.
+/// One unnamed file, filled anew for each run. If a system call fails, the process ends.
 class ReusableFile {
 public:
     ReusableFile() : file_(std::tmpfile()) { check(file_ != nullptr); }
@@ -58,7 +58,7 @@ public:
         return outputFrom(input_.descriptor());
     }
 
-    /// Everything that the bridge writes for what `descriptor` gives.
+    /// Everything that the bridge writes for what it reads from `descriptor`.
     std::string outputFrom(int descriptor) const {
         output_.fill({});
         StdioBridge(SocketClient(socketPath_), descriptor, output_.descriptor()).run();
@@ -66,8 +66,8 @@ public:
     }
 
 private:
-    /// The fuzzer wakes up every few seconds to look at the clock. On purpose the read loop takes an
-    /// interrupted read for the end of the input; so here reads go on after an alarm.
+    /// The fuzzer sets an alarm every few seconds to check the time. The read loop deliberately treats an
+    /// interrupted read as the end of input, so here an alarm restarts reads instead.
     static void outliveAlarms() {
         struct sigaction alarm {};
         if (::sigaction(SIGALRM, nullptr, &alarm) != 0) return;

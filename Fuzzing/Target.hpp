@@ -1,4 +1,4 @@
-// Target.hpp: what every fuzz target is made of: one entry, and a way to say that a promise was broken.
+// Target.hpp: what every fuzz target is made of: one entry point, and a way to report a broken promise.
 //
 // A target's main program is libFuzzer's, or StandaloneMain.cpp, which runs the files it is given once each.
 #pragma once

@@ -1,5 +1,5 @@
 // Wrapping.hpp: property lists with one known key and value, and the character sets they come in. Written
-// without the program's own help, so that the two can be held against each other.
+// independently of the program's code, so that the two can be compared.
 #pragma once
 
 #include <cstddef>
@@ -63,7 +63,7 @@ inline std::string inXML(std::string_view key, std::string_view value) {
            escaped(key) + "</key><string>" + escaped(value) + "</string></dict></plist>\n";
 }
 
-/// Every unit of the value is an escape of its own.
+/// Every unit of the value is written as an escape.
 inline std::string inText(std::string_view bareKey, const std::u16string& value) {
     constexpr std::string_view digits = "0123456789abcdef";
     std::string file = "{ other = (a, <00>); " + std::string(bareKey) + " = \"";

@@ -23,7 +23,7 @@ struct Free {
 using Document = std::unique_ptr<yyjson_doc, Free>;
 using Builder = std::unique_ptr<yyjson_mut_doc, Free>;
 
-/// A text that the writer made.
+/// Text that the writer allocated.
 struct Text {
     std::unique_ptr<char, Free> bytes;
     std::size_t size = 0;
@@ -57,7 +57,7 @@ Document read(std::string& text) {
     return document;
 }
 
-/// Of several members of one name the last counts; yyjson_obj_get() gives the first.
+/// Of several members with the same name the last counts; yyjson_obj_get() gives the first.
 yyjson_val* member(yyjson_val* object, std::string_view name) {
     yyjson_val* found = nullptr;
     yyjson_val* key = nullptr;

@@ -1,4 +1,4 @@
-/* Floor.c: the system calls of the server and nothing else, as the time that no server can do without.
+/* Floor.c: the system calls of the server and nothing else: the time that every server needs.
  *
  * It reads standard input in chunks of 4096 bytes, cuts lines at the line feed and answers each with one
  * write: fixed bytes, or for a tools/call the host app's own within a fixed frame. Per call it asks for a

@@ -46,7 +46,7 @@ Descriptor makeSocket() {
     return made;
 }
 
-/// Removes what a stand-in that ended without notice has left at the path; refuses to touch anything else.
+/// Removes the socket that a killed stand-in left at the path; refuses to touch anything else.
 void clearStaleSocket(const std::string& path, const sockaddr_un& address) {
     struct stat facts {};
     if (::lstat(path.c_str(), &facts) < 0) {
@@ -57,7 +57,7 @@ void clearStaleSocket(const std::string& path, const sockaddr_un& address) {
         throw std::runtime_error(path + " exists and is not a socket; it is left alone");
 
     const Descriptor probe = makeSocket();
-    ::fcntl(probe.get(), F_SETFL, O_NONBLOCK);  // a full queue must not hold us
+    ::fcntl(probe.get(), F_SETFL, O_NONBLOCK);  // a full queue must not block us
     const int result = ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     // Only a refusal proves that nobody listens; a full queue or another owner proves the opposite.
     if (result == 0 || errno != ECONNREFUSED) {
@@ -66,7 +66,7 @@ void clearStaleSocket(const std::string& path, const sockaddr_un& address) {
     if (::unlink(path.c_str()) < 0) fail("cannot remove the stale socket " + path);
 }
 
-/// The line a client sends; nothing when there is nobody to answer.
+/// The line a client sends, or nothing when nobody waits for an answer.
 std::optional<std::string> readLine(const Descriptor& client, Deadline deadline) {
     std::string line;
     std::array<char, 4096> chunk;
@@ -141,11 +141,11 @@ void AgentSocket::serve(const Root& root) {
         const pid_t pid = client ? ::fork() : -1;
         if (pid == 0) {
             socket_.reset();
-            ::fcntl(client.get(), F_SETFL, 0);  // some systems hand on the listener's O_NONBLOCK
+            ::fcntl(client.get(), F_SETFL, 0);  // on some systems it inherits the listener's O_NONBLOCK
             try {
                 exchange(client, root);
             } catch (const std::exception&) {
-                // Too slow to take the reply, or no memory: this client goes without.
+                // The client is too slow to take the reply, or memory ran out: it gets none.
             }
             ::_exit(0);
         }

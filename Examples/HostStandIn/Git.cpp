@@ -47,7 +47,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
-/// A started git, alone in its process group. What still runs of it is killed with this object.
+/// A started git, alone in its process group. Whatever is still running when this object goes is killed.
 class Child {
 public:
     Child(std::vector<std::string>& arguments, std::vector<std::string>& environment, const Pipe& output,
@@ -57,7 +57,7 @@ public:
         pid_ = ::fork();
         if (pid_ < 0) throw HostError("internal_error", "no process is left for git");
         if (pid_ > 0) {
-            ::setpgid(pid_, pid_);  // here too: whichever of both runs first
+            ::setpgid(pid_, pid_);  // here too: either process may run first
             return;
         }
         ::setpgid(0, 0);

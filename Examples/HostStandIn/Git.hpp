@@ -1,4 +1,4 @@
-// Git.hpp: runs one git command, with limits and with nothing of the caller's environment.
+// Git.hpp: runs one git command, within limits and without the caller's environment.
 #pragma once
 
 #include "Limits.hpp"
@@ -11,7 +11,7 @@ namespace tidewell::standin {
 inline constexpr std::size_t maximumGitOutputBytes = 8 << 20;  ///< of one command
 
 struct GitAnswer {
-    int exitCode = 0;  ///< 128 plus the signal for a git that was killed
+    int exitCode = 0;  ///< 128 plus the signal for a git that a signal killed
     std::string output;
     std::string complaint;  ///< the beginning of its standard error
 };

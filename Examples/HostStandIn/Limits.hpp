@@ -11,7 +11,7 @@ namespace tidewell::standin {
 using Clock = std::chrono::steady_clock;
 using Deadline = Clock::time_point;
 
-/// A failure the client is told about: {"code", "message", "hint"}.
+/// A failure that is reported to the client: {"code", "message", "hint"}.
 class HostError : public std::runtime_error {
 public:
     HostError(std::string code, const std::string& message, std::string hint = {})
@@ -45,14 +45,14 @@ private:
     int number_ = -1;
 };
 
-/// From now on SIGINT and SIGTERM ask this process, and those that it forks later, to stop: every wait ends.
+/// From now on SIGINT and SIGTERM stop this process and those that it forks later: every wait ends.
 /// Throws std::runtime_error.
 void noticeStopSignals();
 bool stopRequested();
 
 enum class For { reading, writing };
 
-/// Waits once for the descriptor, which may be empty; false at the deadline, after a signal and in the end.
+/// Waits once for the descriptor, which may be empty; false at the deadline, after a signal and when stopping.
 bool waitOnce(const Descriptor& descriptor, For purpose, Deadline deadline);
 
 /// Throws HostError "timeout" or "stopping" when there is no reason to go on.

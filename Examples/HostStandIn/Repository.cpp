@@ -11,16 +11,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// How files are compared, and where the remotes are. Whatever else a configuration holds is never heard of.
+// How files are compared, and where the remotes are. Nothing else in a configuration reaches git.
 constexpr const char* harmlessSettings =
     R"(^(core\.(autocrlf|eol|filemode|ignorecase|precomposeunicode|symlinks)|remote\..+\.(url|pushurl))$)";
 
-// What git needs of a git folder, HEAD and configuration aside.
+// What git needs from a git folder, apart from HEAD and the configuration.
 constexpr const char* linkedData[] = {"index", "info", "objects", "packed-refs", "refs", "shallow"};
 
 constexpr std::string_view branchPrefix = "refs/heads/";
 
-/// Cuts the text up to `separator` off the front of `text` and gives it; the whole text when there is none.
+/// Cuts the text up to `separator` off the front of `text` and returns it; the whole text when there is none.
 std::string cut(std::string_view& text, char separator) {
     const std::size_t end = std::min(text.find(separator), text.size());
     std::string part(text.substr(0, end));
@@ -43,7 +43,7 @@ HostError failureOf(const std::string& command, const GitAnswer& answer) {
 }
 
 /// Throws unless `path`, and everything in it when it is a folder, is a plain file or a folder: a link would
-/// lead git elsewhere, a FIFO would hold it up.
+/// lead git elsewhere, a FIFO would block it.
 void requirePlain(const fs::path& path, Deadline deadline) {
     const auto check = [](const fs::path& each, fs::file_type type) {
         if (type == fs::file_type::regular || type == fs::file_type::directory) return;
@@ -105,7 +105,7 @@ void Repository::makePrivateFolder() {
         throw HostError("internal_error", "there is no temporary folder");
     const auto removeFolder = [](const fs::path* made) {
         std::error_code ignored;
-        fs::remove_all(*made, ignored);  // removes links, and not what they lead to
+        fs::remove_all(*made, ignored);  // removes links, not their targets
         delete made;
     };
     std::shared_ptr<const fs::path> made(new fs::path(pattern), removeFolder);

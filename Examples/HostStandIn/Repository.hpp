@@ -1,9 +1,9 @@
-// Repository.hpp: what one checkout says about itself, asked through git, although nobody vouches for it.
+// Repository.hpp: what one checkout says about itself, asked through git, although the checkout is not trusted.
 //
 // A repository's own configuration can name programs that git would start, and files elsewhere that git would
-// read. So git never sees it. It gets a private git folder with a configuration of ours; of the repository's
-// own settings only those in `harmlessSettings` count. The private folder leads to the repository's data by
-// links, and only after a look that this data is plain files in plain folders.
+// read. So git never sees that configuration. It gets a private git folder with one of ours; of the repository's
+// own settings only those in `harmlessSettings` count. The private folder links to the repository's data,
+// but only after a check that this data is plain files in plain folders.
 #pragma once
 
 #include "Git.hpp"

@@ -45,7 +45,7 @@ bool isRepository(const fs::path& folder) {
 
 namespace {
 
-/// The real folders in `folder`; counts every name against `entriesLeft`.
+/// The folders in `folder`, links excluded; counts every name against `entriesLeft`.
 std::vector<fs::path> foldersIn(const fs::path& folder, std::size_t& entriesLeft, bool& complete) {
     std::vector<fs::path> found;
     std::error_code error;

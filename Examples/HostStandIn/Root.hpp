@@ -1,7 +1,7 @@
-// Root.hpp: the served folder, which nothing may lead out of, and the search for repositories in it.
+// Root.hpp: the served folder, which no path may escape, and the search for repositories in it.
 //
-// Every path is resolved first, links and ".." included, and checked afterwards. The other order is the
-// classic hole.
+// Every path is resolved first, links and ".." included, and checked afterwards. The other order is a
+// classic vulnerability.
 #pragma once
 
 #include "Limits.hpp"

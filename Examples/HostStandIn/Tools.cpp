@@ -30,7 +30,7 @@ public:
     std::string text(const char* name) const {
         const Json* value = find(name);
         if (value == nullptr) throw wrong(name, "is required");
-        // A path would end at a NUL, in git's eyes and in the system's.
+        // To git and to the system, a path would end at a NUL.
         if (!value->is_string() || *value == "" ||
             value->get<std::string>().find('\0') != std::string::npos) {
             throw wrong(name, "must be a text without NUL");
@@ -38,7 +38,7 @@ public:
         return *value;
     }
 
-    /// A whole number from 0 on. The server turns the numbers 1 and 0 inside arguments into true and false,
+    /// A whole number, 0 or more. The server turns the numbers 1 and 0 inside arguments into true and false,
     /// so a client's "limit": 1 arrives as true; a host has to take both for the number.
     std::optional<std::int64_t> optionalCount(const char* name) const {
         const Json* value = find(name);
@@ -71,7 +71,7 @@ void addIfKnown(Json& object, const char* key, const std::optional<Value>& value
     if (value) object[key] = *value;
 }
 
-/// How every answer about a folder begins.
+/// The members that every answer about a folder begins with.
 Json identity(const Root& root, const fs::path& folder) {
     return {{"repoId", root.idOf(folder)}, {"name", folder.filename().string()}, {"path", folder.string()}};
 }
@@ -83,7 +83,7 @@ void addPosition(Json& object, Repository& repository) {
     addIfKnown(object, "headSha", repository.headSha());
 }
 
-/// A repository that cannot be read says so itself and does not spoil the list.
+/// A repository that cannot be read reports that in its own entry; the rest of the list is unaffected.
 Json listed(const Request& request, const fs::path& folder) {
     Json entry = identity(request.root, folder);
     try {
@@ -96,7 +96,7 @@ Json listed(const Request& request, const fs::path& folder) {
             entry["remoteURL"] = remote["fetchURL"];
         }
     } catch (const HostError& error) {
-        checkTime(request.deadline);  // out of time is not this repository's problem
+        checkTime(request.deadline);  // running out of time is not this repository's fault
         entry["problem"] = {{"code", error.code()}, {"message", error.what()}};
     }
     return entry;

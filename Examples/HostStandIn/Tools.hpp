@@ -4,7 +4,7 @@
 //     reply     {"ok": true, "result": value}
 //               {"ok": false, "error": {"code": text, "message": text, "hint"?: text}}
 //
-// What goes wrong is an error with one of these codes:
+// A failure has one of these codes:
 //     invalid_request   the line is not a JSON object with a "tool", or no line came
 //     invalid_params    an argument is missing or of the wrong type; the message names it
 //     not_supported     the stand-in does not answer this tool or resource

@@ -27,7 +27,7 @@ TEST(Descriptor, IsClosedWithItsOwner) {
     EXPECT_FALSE(isOpen(ends[0]) || isOpen(ends[1]));
 }
 
-// The number of standard input, where that is closed.
+// A new descriptor gets this number when standard input is closed.
 TEST(Descriptor, ZeroIsADescriptorLikeAnyOther) {
     const int kept = ::dup(STDIN_FILENO);
     const int other = ::open("/dev/null", O_RDONLY | O_CLOEXEC);

@@ -1,4 +1,5 @@
-// PlatformDarwinTests.cpp: macOS's file of Platform, compiled for Linux on stand-ins for Apple's declarations.
+// PlatformDarwinTests.cpp: the macOS implementation of Platform, compiled for Linux with stand-ins for Apple's
+// declarations.
 #include "Base/Descriptor.hpp"
 #include "Base/Platform.hpp"
 

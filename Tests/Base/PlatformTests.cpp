@@ -1,5 +1,5 @@
-// PlatformTests.cpp: what Platform promises on every system. One program tries it with this system's own file, one
-// with macOS's file on stand-ins for what macOS has and Linux lacks.
+// PlatformTests.cpp: what Platform promises on every system. One program tests this system's own file,
+// another one the macOS file with stand-ins for what macOS has and Linux lacks.
 #include "Base/Descriptor.hpp"
 #include "Base/Platform.hpp"
 
@@ -33,7 +33,7 @@ TEST_F(PlatformTest, HomeIsWhatTheEnvironmentSays) {
 }
 
 TEST_F(PlatformTest, WithoutTheVariableHomeIsTheUsersFolder) {
-    systemCalls().user = 0;  // whom every system knows
+    systemCalls().user = 0;  // root, which every system has
     const std::string expected = ::getpwuid(0)->pw_dir;
     ::unsetenv("HOME");
     EXPECT_EQ(Platform::homeDirectory(), expected);
@@ -106,7 +106,7 @@ TEST_F(PlatformTest, AFailedTransferTellsItsError) {
 TEST_F(PlatformTest, OneTransferAsksForAtMostOneGibibyte) {
     constexpr std::size_t gibibyte = 1 << 30;
     constexpr std::size_t reserved = 3 * gibibyte;
-    // Never touched, so that it takes no memory.
+    // The pages are never touched, so they take no memory.
     void* const bytes =
         ::mmap(nullptr, reserved, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(bytes, MAP_FAILED);

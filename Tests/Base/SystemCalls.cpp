@@ -16,7 +16,7 @@ namespace {
 /// macOS's SO_NOSIGPIPE.
 constexpr int noSignalOption = 0x1022;
 
-/// Of every thread of a test.
+/// Shared by all threads of a test.
 struct SocketsWithoutSignal {
     std::mutex mutex;
     std::set<int> sockets;

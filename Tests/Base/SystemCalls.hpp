@@ -1,5 +1,5 @@
-// SystemCalls.hpp: what Platform asks the system for, seen and answered by a test. Linux only: the linker puts these
-// between the program's code and the C library, in the test programs that ask for it.
+// SystemCalls.hpp: the system calls that Platform makes, observed and answered by a test. Linux only: the linker
+// puts these between the program's code and the C library, in the test programs that ask for it.
 #pragma once
 
 #include <sys/types.h>
@@ -10,20 +10,20 @@
 namespace tidewell::test {
 
 struct SystemCalls {
-    /// Sends and writes move nothing, and say that they moved everything.
+    /// Sends and writes move nothing, but report that they moved everything.
     bool areSwallowed = false;
-    /// The size of the last one that was swallowed.
+    /// The size of the last send or write that was swallowed.
     std::size_t swallowed = 0;
-    /// Who the current user is, instead of who really is.
+    /// The user id to report instead of the real one.
     std::optional<uid_t> user;
-    /// Nobody says who the users are: /etc/passwd cannot be opened.
+    /// The list of users is missing: /etc/passwd cannot be opened.
     bool isWithoutUsers = false;
-    /// The error with which macOS's option against the broken-pipe signal is refused; 0: it is accepted, and a
-    /// socket with it raises none.
+    /// The error with which macOS's option against the broken-pipe signal is refused. With 0 it is accepted, and
+    /// a socket that has it raises no signal.
     int noSignalError = 0;
 };
 
-/// The one that counts.
+/// The instance that the wrapped calls consult.
 SystemCalls& systemCalls();
 
 }  // namespace tidewell::test

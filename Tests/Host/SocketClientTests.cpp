@@ -49,7 +49,7 @@ std::string couldNotConnect(const std::string& path) {
     return "could not connect to tidewell-agent.sock at " + path + " — is Tidewell running?";
 }
 
-/// The text of the result, or "refused" when the reply is no success. Throws what forward() throws.
+/// The text of the result, or "refused" when the reply is not a success. Throws what forward() throws.
 std::string replyFrom(ScriptedHost& host) {
     ByteBuffer result;
     const HostReply reply = SocketClient(host.socketPath()).forward("x", "{}", result);
@@ -70,7 +70,7 @@ int openDescriptors() {
     return count;
 }
 
-/// The environment as a test wants it, and as it was again afterwards.
+/// Sets an environment variable for a test, and restores it afterwards.
 class Environment {
 public:
     Environment(const char* name, const char* value) : name_(name) {
@@ -93,7 +93,7 @@ private:
     std::optional<std::string> before_;
 };
 
-// Where the socket lies.
+// Where the socket is.
 
 TEST(SocketPath, TheVariableIsUsedAsItIs) {
     for (const char* const path : {"/tmp/x.sock", "~/x.sock", " blanks ", "relative"}) {
@@ -166,9 +166,9 @@ TEST(Connecting, APathThatFillsTheAddressRecordIsAccepted) {
 TEST(Connecting, APathOneByteLongerFailsWithoutAnAttempt) {
     const TemporaryFolder folder;
     const std::string path = pathOfLength(folder, Platform::socketPathCapacity);
-    // Neither a listener at the name that a cut path would give must be reached,
+    // The call must reach neither a listener at the truncated path,
     const ScriptedHost host(path.substr(0, path.size() - 1));
-    // nor one at the name itself, which fits the record on Linux when its end is left away.
+    // nor one at the full path, which fits the address on Linux without its closing NUL.
     const int listener = socketAt(path, ::bind);
     EXPECT_EQ(::listen(listener, 1), 0);
     EXPECT_EQ(failureOf(path), couldNotConnect(path));
@@ -205,7 +205,7 @@ TEST(Exchange, TheEnvelopeHasItsThreeMembersAndEndsWithALineFeed) {
 
 TEST(Exchange, TheRequestSideStaysOpenUntilTheReplyIsRead) {
     ScriptedHost host;
-    // Nothing comes behind the envelope, and no end either, until the reply is complete; then the end comes.
+    // Until the reply is complete, nothing follows the envelope, not even end of file; then end of file does.
     std::vector<bool> isQuiet;
     host.then([&](const HostConnection& connection) {
         const auto waitForMore = [&](int milliseconds) {
@@ -329,7 +329,7 @@ TEST(Exchange, EveryPathLeavesNoDescriptorOpen) {
     const int before = openDescriptors();
     host.closesAtOnce().closesUnanswered().replies("not json").repliesWithoutLineFeed("{}").replies("{}");
     for (int round = 0; round < 5; ++round) failureOf(host.socketPath(), quoted(round == 0 ? 4'000'000 : 1));
-    // The host's side of the last connection may take a moment.
+    // The host may close its side of the last connection a moment later.
     const auto deadline = Clock::now() + std::chrono::seconds(60);
     while (openDescriptors() != before && Clock::now() < deadline) std::this_thread::yield();
     EXPECT_EQ(openDescriptors(), before);
@@ -343,7 +343,7 @@ TEST(ExchangeTimeLimits, AHostThatStaysSilentIsGivenUpAfter120Seconds) {
     EXPECT_GE(Clock::now() - start, std::chrono::seconds(119));
 }
 
-// The limit counts from the last byte, not from the start: a host app that works in small steps is not cut off.
+// The limit counts from the last byte, not from the start: a host app that replies bit by bit is not cut off.
 TEST(ExchangeTimeLimits, AReplyThatDripsOneByteASecondIsReadThoughItTakesMoreThan120Seconds) {
     const std::string reply = R"({"ok":true,"result":")" + std::string(100, 'x') + "\"}";
     ScriptedHost host;
@@ -353,8 +353,7 @@ TEST(ExchangeTimeLimits, AReplyThatDripsOneByteASecondIsReadThoughItTakesMoreTha
     EXPECT_GE(Clock::now() - start, std::chrono::seconds(121));
 }
 
-// The same when writing: the first write moves a little within its 120 seconds, and only
-// the second one moves nothing.
+// The same when writing: the first write moves a little within its 120 seconds; only the second moves nothing.
 TEST(ExchangeTimeLimits, AHostThatNeverReadsIsGivenUpWhenNothingMovesFor120Seconds) {
     ScriptedHost host;
     host.neverReads();

@@ -44,7 +44,7 @@ Json named(const Json& list, const std::string& name, const char* key = "name") 
     return Json::object();
 }
 
-/// What is served is the folder "root"; "outside" lies beside it, and "tmp" is where temporary files go.
+/// The folder "root" is served; "outside" lies beside it, and "tmp" holds temporary files.
 class HostStandIn : public testing::Test {
 protected:
     HostStandIn() : base(fs::canonical(folder_.path())) {
@@ -71,7 +71,7 @@ protected:
         std::ofstream(file) << "#!/bin/sh\n" << script << '\n';
         fs::permissions(file, fs::perms::owner_all);
     }
-    /// From now on that script is what runs as git.
+    /// From now on this script runs in place of git.
     void fakeGit(const std::string& script) const {
         program(base / "bin/git", script);
         ::setenv("PATH", ((base / "bin").string() + ":" + path_).c_str(), 1);
@@ -270,7 +270,7 @@ TEST_F(HostStandIn, AGitThatHangsOrNeverStopsTalkingIsKilledWithItsChildren) {
     EXPECT_EQ(::poll(&end, 1, 30'000), 1) << "a child still holds the other end";
 }
 
-// MARK: what the tools tell
+// MARK: what the tools report
 
 TEST_F(HostStandIn, WhatIsUnknownIsLeftOut) {
     sh("git init -q fresh; repo detached; git -C detached branch side; git -C detached checkout -q --detach");
@@ -401,7 +401,7 @@ protected:
             Process::Options{.arguments = std::move(arguments),
                              .environment = {{"PATH", ::getenv("PATH")}, {"TMPDIR", base / "tmp"}},
                              .program = HOST_STAND_IN_PATH,
-                             .mayUseErrors = true});  // it explains there why it does not start
+                             .mayUseErrors = true});  // it prints there why it does not start
     }
     std::unique_ptr<Process> start() const {
         return start({"--root", base / "root", "--socket", socketPath});

@@ -1,4 +1,4 @@
-// JSONPropertyTests.cpp: what must hold for any input at all, tried on random ones. An independent JSON library
+// JSONPropertyTests.cpp: what must hold for every input, tried on random input. An independent JSON library
 // is the judge.
 #include "Base/Platform.hpp"
 #include "JSON/JSONReader.hpp"
@@ -121,7 +121,7 @@ TEST(JSONProperties, DoublesSurviveTheWayOutAndIn) {
     }
 }
 
-/// Exactly between two neighbouring doubles, in all its digits.
+/// The number exactly between two neighbouring doubles, with all its digits.
 std::string midpoint(std::mt19937_64& engine) {
     const std::uint64_t bits = engine() & INT64_MAX;
     double below = 0;
@@ -135,7 +135,7 @@ std::string midpoint(std::mt19937_64& engine) {
     return {text.data(), static_cast<std::size_t>(length)};
 }
 
-/// 1 to 25 digits with or without a point, and an exponent up to the ends of the doubles and beyond.
+/// 1 to 25 digits with or without a point, and an exponent up to and beyond the range of doubles.
 std::string decimal(RandomJSON& random) {
     std::string text = random.chance(50) ? "-" : "";
     text += static_cast<char>('1' + random.upTo(8));
@@ -149,14 +149,14 @@ std::string decimal(RandomJSON& random) {
     return text + 'e' + std::to_string(static_cast<int>(random.upTo(680)) - 350);
 }
 
-/// The library's way is the only one here, and strtod() the only one elsewhere: both have to be right.
+/// Where the C++ library reads doubles, it reads nearly all of them; elsewhere strtod() does. Both must be right.
 TEST(JSONProperties, DoublesAreReadAsTheCLibraryReadsThem) {
     const std::string zeros(44, '0');
     std::vector<std::string> texts = {
         "5e-324", "4.9e-324", "2.4703282292062328e-324", "2.4703282292062327e-324", "2.2250738585072011e-308",
         "1e-400", "-1e-400",  "1.7976931348623157e308",  "1.7976931348623159e308",  "1e400",
         "-1e400"};
-    // Beyond the range of doubles, and as long as the copies that strtod() gets, or a byte more or less.
+    // Below the range of doubles, and as long as the copies that strtod() gets, or one byte more or less.
     for (const char* const digits : {"123456789012", "1234567890123", "12345678901234"})
         texts.push_back("0." + zeros + digits + "e-400");
     RandomJSON random(testSeed());
@@ -165,7 +165,7 @@ TEST(JSONProperties, DoublesAreReadAsTheCLibraryReadsThem) {
     for (int round = 0; round < 1000; ++round) {
         const std::string text = midpoint(engine);
         texts.push_back(text);
-        // Its last digit now decides on which side it is.
+        // The digit added at the end now decides which double is nearer.
         const std::size_t mark = text.find('e');
         texts.push_back(text.substr(0, mark) + "1" + text.substr(mark));
     }
@@ -191,7 +191,7 @@ TEST(JSONProperties, DoublesAreReadAsTheCLibraryReadsThem) {
     EXPECT_GT(outOfRange, 1000) << "the ends of the range have to be common for this to mean something";
 }
 
-/// A line as a client might send it, sound or not.
+/// A line as a client might send it, valid or not.
 std::string randomLine(RandomJSON& random, int id) {
     static constexpr const char* methods[] = {"ping",
                                               "tools/list",

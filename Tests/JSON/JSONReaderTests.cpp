@@ -188,7 +188,7 @@ TEST(JSONReader, TheErrorSaysWhatAndWhere) {
     }
 }
 
-/// What reading comes to: the value, or the reason why there is none.
+/// The outcome of reading: the value, or the reason why there is none.
 std::string outcome(JSONReader& reader) {
     try {
         JSONTree tree;

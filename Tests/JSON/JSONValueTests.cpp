@@ -18,7 +18,7 @@ namespace {
 
 using Kind = JSONValue::Kind;
 
-/// What the host app understands of a client's arguments.
+/// What the host app reads from a client's arguments.
 JSONValue fromText(std::string_view text) {
     ByteBuffer rewritten;
     rewriteJSON(text, NumberRule::oneAndZeroAreBooleans, rewritten);
@@ -170,7 +170,7 @@ TEST(JSONString, StringsOfEveryLengthAroundTheWordSizeSurvive) {
 }
 
 TEST(JSONString, TextFromJSONIsWrittenAsItCame) {
-    // Read without an escape it needs none; the others need theirs again.
+    // A string read without escapes needs none when written; the others need theirs again.
     for (const std::string text :
          {R"("")", R"("é")", R"("short")", R"("é longer than a value holds in itself — ✓")", R"("a\"b")",
           R"("a backslash \\ in a long string")", R"("tab\tand line feed\n")", R"("\u0001")"}) {

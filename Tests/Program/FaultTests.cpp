@@ -39,7 +39,7 @@ const std::string resourceRead = R"({"id":1,"method":"resources/read","params":{
 const std::string toolCall =
     R"({"id":1,"method":"tools/call","params":{"name":"x","arguments":{"path":"/a/b"}}})";
 const std::string ping = R"({"id":2,"method":"ping"})";
-/// What a failure for want of memory is told as.
+/// How running out of memory is reported.
 const std::string outOfMemory = R"("error":{"code":-32603,"message":"Internal error: std::bad_alloc"})";
 const std::string toolOutOfMemory =
     R"("result":{"content":[{"type":"text","text":"{\"error\":{\"code\":\"error\",\"message\":\"std::bad_alloc\"}}"}],"isError":true})";
@@ -52,8 +52,8 @@ std::size_t countOf(const char* folder) {
 std::size_t openDescriptors() { return countOf("/proc/self/fd"); }
 std::size_t threads() { return countOf("/proc/self/task"); }
 
-/// Whether a count becomes `wanted`: the host app's side of a connection may close a moment later, and so may a
-/// thread that was joined leave the system's list.
+/// Whether a count becomes `wanted`: the host app may close its side of a connection a moment later, and a joined
+/// thread may stay in the system's list for a moment.
 bool becomes(std::size_t (*count)(), std::size_t wanted) {
     for (int wait = 0; count() != wanted && wait < 60'000; ++wait)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -76,8 +76,7 @@ public:
         std::string input;
         for (const std::string& line : lines) input += line + "\n";
         std::thread writer([&] {
-            // A bridge that ends early must not take the tests along; only this thread goes without the
-            // signal.
+            // A bridge that ends early must not kill the tests; only this thread blocks the signal.
             sigset_t brokenPipe;
             ::sigemptyset(&brokenPipe);
             ::sigaddset(&brokenPipe, SIGPIPE);
@@ -90,7 +89,7 @@ public:
             ::close(in[1]);
         });
         std::string output;
-        output.reserve(8 << 20);  // before memory gets scarce
+        output.reserve(8 << 20);  // before memory is limited
         std::thread reader([&] {
             std::array<char, 4096> chunk{};
             for (ssize_t count = 0; (count = ::read(out[0], chunk.data(), chunk.size())) > 0;) {
@@ -114,7 +113,7 @@ public:
         return replies;
     }
 
-    /// The size from which memory is refused to the bridge, in bytes.
+    /// From this size on, in bytes, allocations by the bridge are refused.
     std::size_t memoryLimit = SIZE_MAX;
     /// How often the call was made in the last conversation.
     int calls() const { return calls_; }
@@ -184,7 +183,7 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"ARequestThatIsReset", Call::sendRequest, {.error = ECONNRESET}, writeFailed(ECONNRESET)},
         FaultCase{"ARequestThatWaitsTooLong", Call::sendRequest, {.error = EAGAIN}, writeFailed(EAGAIN)},
         FaultCase{"ARequestWithoutBufferSpace", Call::sendRequest, {.error = ENOBUFS}, writeFailed(ENOBUFS)},
-        // No number of its own: the one of the interruption before stays.
+        // A send that moves nothing sets no errno, so the one from the interruption stays.
         FaultCase{"ARequestThatMovesNothingAfterAnInterruption",
                   Call::sendRequest,
                   {.error = EINTR, .result = 0},
@@ -200,7 +199,7 @@ INSTANTIATE_TEST_SUITE_P(
     nameOf);
 
 TEST(ExchangeFaults, AnInterruptedCloseIsNotRepeated) {
-    // Its number may belong to another by then.
+    // Its number may belong to another file by then.
     ScriptedHost host;
     Client client(host.socketPath());
     client.converse({toolCall}, Call::close, {.error = EINTR});
@@ -269,8 +268,7 @@ INSTANTIATE_TEST_SUITE_P(
     nameOf);
 
 TEST(OutputFaults, WaitingForAFullOutputMayBeInterrupted) {
-    // A catalog is more than a pipe holds when nobody reads yet; the reader starts at once, but the first
-    // lines fill it.
+    // The reader starts at once, but the replies fill the pipe faster than it reads them.
     Client client("/nonexistent/host.sock");
     const std::vector<std::string> lines(30, R"({"id":1,"method":"tools/list"})");
     const auto replies = client.converse(lines, Call::pollOutput, {.error = EINTR, .times = 2}, O_NONBLOCK);
@@ -317,8 +315,8 @@ TEST(MemoryFaults, ALineThatCannotBeHeldIsDroppedToItsEndAndNoFurther) {
 }
 
 TEST(MemoryFaults, WhatFollowsALineThatCannotBeHeldCountsAlsoInTheSamePiece) {
-    // The buffer has to grow for the end of the piece in which the line ends: that piece finds no memory, and what
-    // follows the line in it counts as much as what comes in later pieces.
+    // The buffer would have to grow for the piece in which the line ends, and there is no memory for that. What
+    // follows the line in that piece counts as much as what comes in later pieces.
     std::string line = R"({"id":1,"method":"ping","padding":")";
     line += std::string((1 << 20) - 200 - line.size(), 'x') + "\"}";
     std::vector<std::string> lines(200, ping);
@@ -357,8 +355,8 @@ TEST(MemoryFaults, AHostReplyThatCannotBeHeldIsAToolError) {
 }
 
 TEST(MemoryFaults, AReplyThatCannotBeWrittenIsAnErrorUnderItsId) {
-    // It can be held, but as JSON text inside JSON text it grows: each quote takes four bytes in the end, and
-    // the id comes on top. The limit lies between what reading takes and what the line takes.
+    // The host app's reply fits, but it grows as JSON text inside JSON text: each quote ends up as four bytes, and
+    // the id is added. The limit lies between what reading needs and what the line needs.
     std::string quotes;
     for (int pair = 0; pair < 300'000; ++pair) quotes += "\\\"";
     ScriptedHost host;
@@ -391,15 +389,15 @@ TEST(MemoryFaults, ANotificationThatRunsOutOfMemoryStaysUnanswered) {
     EXPECT_EQ(host.connections(), 2);
 }
 
-/// What a bridge wrote while allocations were refused, and whether it ended by that.
+/// What a bridge wrote while allocations were refused, and whether that ended it.
 struct Outcome {
     std::vector<std::string> replies;
     bool hasEnded = false;
     int allocations = 0;
 };
 
-/// A bridge reads `lines`, each in a read of its own. No thread speaks for the client, so that what is allocated is
-/// the program's own; a host app has to spare its thread.
+/// A bridge reads `lines`, each in a read of its own. The client has no thread, so that all allocations are the
+/// program's own; a host app must spare its thread.
 Outcome allocate(const std::vector<std::string>& lines, const std::string& socketPath, int first, int last) {
     std::array<int, 2> in{};
     std::array<int, 2> out{};
@@ -414,7 +412,7 @@ Outcome allocate(const std::vector<std::string>& lines, const std::string& socke
         try {
             bridge.run();
         } catch (const std::bad_alloc&) {
-            outcome.hasEnded = true;  // main() lets nothing through: the process ends
+            outcome.hasEnded = true;  // main() does not catch it: the process ends
         }
         outcome.allocations = allocations.count();
     }
@@ -437,7 +435,7 @@ TEST(Memory, APingIsAnsweredWithoutAnAllocation) {
             R"({"jsonrpc":"2.0","id":"123e4567-e89b-12d3-a456-426614174000","method":"ping"})",
             R"({"method":"ping","params":{"_meta":{"progressToken":1}},"jsonrpc":"2.0","id":"123e4567-e89b-12d3-a456-426614174000"})",
         }) {
-        // The first makes the buffers, which stay.
+        // The first ping allocates the buffers, which stay.
         const Outcome one =
             allocate({line}, "/nonexistent/host.sock", Allocations::never, Allocations::never);
         const Outcome four = allocate({line, line, line, line}, "/nonexistent/host.sock", Allocations::never,
@@ -459,7 +457,7 @@ protected:
     AllocationTest() {
         if (GetParam().hostReply == nullptr) return;
         host_.emplace();
-        // So small that the host's thread copies it without an allocation.
+        // Small enough for the host's thread to copy it without an allocation.
         host_->otherwise([reply = GetParam().hostReply](const HostConnection& connection) {
             const SparedThread spared;
             connection.readEnvelope();
@@ -468,14 +466,14 @@ protected:
         });
     }
 
-    /// One exchange between two pings, of which the first makes the buffers.
+    /// One exchange between two pings; the first ping allocates the buffers.
     Outcome exchange(int first, int last) {
         return allocate({ping, GetParam().line, ping}, host_ ? host_->socketPath() : "/nonexistent/host.sock",
                         first, last);
     }
 
-    /// A failure for want of memory, as it has to be told: under the request's id, or without one where the line
-    /// could not be read.
+    /// Running out of memory, as it must be reported: under the request's id, or without one if the line could
+    /// not be read.
     static bool isDefinedError(const std::string& reply) {
         const std::string start = R"({"jsonrpc":"2.0","id":)";
         const json line = json::parse(GetParam().line, nullptr, false);
@@ -505,7 +503,7 @@ TEST_P(AllocationTest, EachMayFailAndTheNextRequestWorks) {
         seen.insert(outcome.replies.begin(), outcome.replies.end());
     }
     EXPECT_GT(refused, 2) << "nothing was refused";
-    // The last time nothing was refused any more.
+    // In the last round nothing was refused, so its replies are the right ones.
     for (const std::string& reply : seen) {
         const bool isRight = std::ranges::find(outcome.replies, reply) != outcome.replies.end();
         EXPECT_TRUE(isRight || isDefinedError(reply)) << reply;
@@ -582,7 +580,7 @@ TEST(Memory, ANotificationStaysUnansweredWhicheverAllocationFails) {
 }
 
 TEST(Worker, ItsThreadBeginsWithTheFirstJobAndEndsWithTheWorker) {
-    std::thread([] {}).join();  // a sanitizer begins a thread of its own with the first one
+    std::thread([] {}).join();  // a sanitizer starts a thread of its own along with the first one
     const std::size_t before = threads();
     {
         Worker worker;

@@ -28,7 +28,7 @@ Process::Options options(std::vector<std::string> arguments = {},
     return {.arguments = std::move(arguments), .environment = environmentFor(socketPath)};
 }
 
-/// What a run with switches prints while its input stays open: it must not wait for any.
+/// A run with switches while its input stays open: it must not wait for input.
 Finished runWithSwitches(std::vector<std::string> arguments) {
     Process process(options(std::move(arguments)));
     std::string output = process.readAll();
@@ -57,7 +57,7 @@ TEST(Switches, VersionWinsAtAnyPosition) {
 TEST(Switches, SelftestPrintsTheInitializeResultAndTheToolTable) {
     const Finished finished = runWithSwitches({"--selftest"});
     EXPECT_EQ(finished.status, 0);
-    // What a client gets for the two requests, whose replies are pinned elsewhere.
+    // The reference is what a client gets for the two requests; those replies are pinned elsewhere.
     const Finished asked = runProcess(options(), "{\"id\":1,\"method\":\"initialize\",\"params\":{}}\n"
                                                  "{\"id\":2,\"method\":\"tools/list\"}\n");
     const auto replies = exactLines(asked.output);
@@ -242,7 +242,7 @@ TEST(Program, NothingIsLeftBehindHoweverItEnds) {
 }
 
 TEST(Program, AnInterruptedExchangeGoesOn) {
-    // Stopped and continued, a wait with a time limit is interrupted on Linux.
+    // On Linux, stopping and continuing a process interrupts a wait that has a time limit.
     ScriptedHost host;
     host.then([](const HostConnection& connection) {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -296,7 +296,8 @@ TEST(Program, WaitingForAFullOutputTakesNoProcessorTime) {
     EXPECT_LT(process.processorSeconds(), 0.75) << "half of the time it had to wait";
 }
 
-/// The program under a shell that prepares its surroundings first; `preparation` ends in the words that start it.
+/// The program, started by a shell that first prepares the environment; `preparation` ends with the command that
+/// starts the program.
 Process::Options behind(const std::string& preparation,
                         const std::string& socketPath = "/nonexistent/host.sock") {
     Process::Options result = options({"-c", preparation, programUnderTest()}, socketPath);
@@ -322,7 +323,7 @@ TEST(Program, ClosedDescriptorsAtItsStartAreNoTrouble) {
 TEST(Program, WithoutAThreadToBeHadTheCallIsMadeAllTheSame) {
     if (TIDEWELL_SANITIZED) GTEST_SKIP() << "sanitizers need all the address space there is";
     ScriptedHost host;
-    // A thread's stack is as large as the limit says: more than there may be in all.
+    // A thread's stack is as large as the first limit, which is more than the second allows in all.
     const Finished finished = runProcess(
         behind("ulimit -s 400000 && ulimit -v 100000 && exec \"$0\"", host.socketPath()), toolCall + "\n");
     EXPECT_EQ(json::parse(finished.output)["result"]["isError"], false);

@@ -1,10 +1,10 @@
-// SizeTests.cpp: messages far larger than any that the program will meet, and far more of them: the right
-// answer, in time and memory that grow no faster than the message. Linux only: the figures come from /proc.
+// SizeTests.cpp: messages far larger, and far more of them, than the program will ever meet: the right answer,
+// in time and memory that grow no faster than the message. Linux only: the figures come from /proc.
 //
-// Time      is the program's processor time, for a message and for one of sixteen times its size. Sixteen
-//           times as much is linear; a square would be 256 times as much. Up to eight times the linear passes,
-//           so that a busy machine cannot fail it.
-// Memory    is the most that was ever resident, as a multiple of the message. Nothing large is ever a tree: a host
+// Time      is the program's processor time, for a message and for one sixteen times its size. Linear cost is
+//           sixteen times as much, quadratic cost 256 times. Up to eight times the linear cost passes, so that a
+//           busy machine does not make a test fail.
+// Memory    is the peak resident size, as a multiple of the message. Nothing large ever becomes a tree: a host
 //           app's reply of any shape takes at most 2.3 times its size, a tool's argument at most three times.
 #include "Base/Descriptor.hpp"
 
@@ -41,11 +41,11 @@ using nlohmann::json;
 constexpr double mostForReply = 2.3;
 constexpr double mostForArgument = 3;
 constexpr double mostForKeys =
-    7.5;  // one object of many short members: where each stands is kept until its end
+    7.5;  // one object of many short members: their positions are kept until its end
 constexpr double programBytes = 4e6;  // the program itself, debug builds included
 constexpr double sizeRatio = 16;
 constexpr double mostTimeRatio = 8 * sizeRatio;
-constexpr double leastSeconds = 0.02;  // shorter times say more about the start than about the message
+constexpr double leastSeconds = 0.02;  // shorter times measure the start rather than the message
 
 /// A message with a long run of one letter between head and tail; it is never held as a whole.
 struct Message {
@@ -68,8 +68,8 @@ void send(const auto& receiver, const Message& message) {
     receiver.write(message.tail + "\n");
 }
 
-/// What comes until the line feeds that are `missing` have come; some still are at the end, or after two minutes in
-/// which nothing came.
+/// Reads until `missing` line feeds have come. Some are still missing if the output ended, or if nothing came for two
+/// minutes.
 std::string readLines(int descriptor, std::size_t& missing) {
     std::string text;
     std::vector<char> chunk(std::size_t{1} << 20);
@@ -95,7 +95,7 @@ json readPadded(std::string text, std::size_t expected) {
     return json::parse(text, nullptr, false);
 }
 
-/// What one conversation with the program gave and took.
+/// What one conversation with the program produced and what it cost.
 struct Handled {
     std::string output;
     std::string envelope;  // what reached the host app
@@ -103,7 +103,7 @@ struct Handled {
     double peakBytes = 0;
 };
 
-/// One figure of a running process, such as "VmRSS:". Its peak is not what wait4 tells: that one may be the
+/// One figure of a running process, such as "VmRSS:". The peak does not come from wait4: that may be the
 /// parent's, from before the program was loaded.
 double memoryBytesOf(pid_t process, std::string_view figure) {
     std::ifstream status("/proc/" + std::to_string(process) + "/status");
@@ -141,7 +141,7 @@ Handled answer(const std::function<void(const Process&)>& write, std::size_t lin
 
     std::thread writer([&] { write(process); });
     result.output = readLines(output.get(), lines);
-    if (lines > 0) ::kill(process.id(), SIGKILL);  // or the writer might wait for it forever
+    if (lines > 0) ::kill(process.id(), SIGKILL);  // otherwise the writer might wait for it forever
     writer.join();
     result.peakBytes = memoryBytesOf(process.id(), "VmHWM:");
     process.closeInput();
@@ -173,7 +173,7 @@ json toolResult(const std::string& text, bool isError) {
 }
 const std::string toolCall = R"({"id":1,"method":"tools/call","params":{"name":"x"}})";
 
-/// What a failed row is called, instead of its bytes.
+/// What a failed row prints instead of its bytes.
 template <typename Row>
 requires requires(Row row) { row.name; }
 void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
@@ -254,7 +254,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 // What is left when a large message has gone.
 
-/// A reply is out before its line has gone; a moment later, or more on a busy machine, the program waits for the next.
+/// The reply is written before the memory of its line is released. The program is done a moment later, or more on a
+/// busy machine.
 bool becomesSmall(pid_t process) {
     for (int wait = 0; wait < 6000 && memoryBytesOf(process, "VmRSS:") > 2 * programBytes; ++wait)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));

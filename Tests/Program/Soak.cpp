@@ -1,11 +1,11 @@
-// Soak.cpp: the real program under a long random load, every reply held against what it has to be.
+// Soak.cpp: the real program under a long random load, every reply compared with what it has to be.
 //
 //   Soak [REQUESTS] [SEED]     a million requests and always the same ones, unless told otherwise
 //
-// Requests go out in batches of random size, beside a host app that hangs up, cuts its replies short, talks
-// nonsense and is gone for a while (SoakHost). The right reply to each is known before it is sent (SoakLoad).
-// A batch ends with a ping, whose reply proves that nothing is still to come; what the server holds of the
-// system is counted then. Exit status 0 only if all was right. Linux only: the figures come from /proc.
+// Requests go out in batches of random size, in front of a host app that hangs up, cuts its replies short, sends
+// nonsense and disappears for a while (SoakHost). The right reply to each is known before it is sent (SoakLoad).
+// A batch ends with a ping, whose reply proves that nothing is still to come; the system resources that the server
+// holds are counted then. Exit status 0 only if all was right. Linux only: the figures come from /proc.
 #include "Support/Judge.hpp"
 #include "Support/Process.hpp"
 #include "Support/SoakHost.hpp"
@@ -33,12 +33,12 @@ namespace {
 
 using nlohmann::json;
 
-// How far the least memory of the last tenth may be above that of the second. The least, because what a batch
-// left behind depends on its last messages. A million requests measured 60 KiB; eight bytes lost by each
-// would be 6 MB.
+// How far the lowest memory figure of the last tenth may be above that of the second. The lowest, because what a
+// batch leaves behind depends on its last messages. In a run of a million requests it rose by 60 KiB; a leak of
+// eight bytes each would add 6 MB over the eight tenths between.
 constexpr std::size_t memoryToleranceKiB = 512;
 
-/// What the server holds of the system.
+/// The system resources that the server holds.
 struct Figures {
     std::size_t descriptors = 0;
     std::size_t threads = 0;
@@ -66,7 +66,7 @@ class Soak {
 public:
     Soak(std::size_t requests, std::uint64_t seed) : wanted_(requests), random_(seed) {}
 
-    /// Throws what was wrong.
+    /// Throws an exception that says what was wrong.
     void run() {
         std::size_t leastAtFirst = 0;
         for (std::size_t tenth = 1; tenth <= 10; ++tenth) {

@@ -3,7 +3,7 @@
 //   # text          why the conversation is here
 //   > text          a line to the server; all of them are sent, then its input is closed
 //   < json          the next line from the server; as in all JSON here the order of members means nothing, but 3 is
-//                   not 3.0, and nothing may be there twice
+//                   not 3.0, and no member may appear twice
 //   host WORD text  what the host app does with its next connection (the words of ScriptedHost::does)
 //   sent json       the next envelope that the host app got, without its request id
 //   exit N          the exit status, if not 0

@@ -158,8 +158,8 @@ TEST(PropertyListBinary, NothingStandsBetweenTheTableAndTheTrailer) {
 }
 
 TEST(PropertyListBinary, ATableInsideTheTrailerIsRefused) {
-    // The table begins at the trailer's second byte, and so has a size of minus one: as many objects as it
-    // says.
+    // The table begins at the trailer's second byte, so its size comes out as minus one, and the trailer claims
+    // exactly that many objects.
     const std::string objects = "\xD1" + bigEndian(1, 8) + bigEndian(2, 8) + "\x51K\x51v";  // at 8, 25, 27
     const std::uint64_t trailer = 8 + objects.size();
     EXPECT_EQ(read("bplist00" + objects + "\0\x08\x19\x1B\0\0\1\x08"s + bigEndian(~std::uint64_t{0}, 8) +
@@ -170,7 +170,7 @@ TEST(PropertyListBinary, ATableInsideTheTrailerIsRefused) {
 TEST(PropertyListBinary, AnIndexPastTheTableDoesNotReachIntoTheTrailer) {
     std::string file = binarySample;
     file[0x18] = '\x06';              // the array's only element, past the last object,
-    file[file.size() - 32] = '\x19';  // and where an offset would stand, that of an integer
+    file[file.size() - 32] = '\x19';  // and where its offset would be, that of an integer
     EXPECT_EQ(read(file), nothing);
 }
 
@@ -224,7 +224,7 @@ TEST(PropertyListBinary, SharedObjectsAreCheckedOnce) {
 
 TEST(PropertyListBinary, OverlappingObjectsCannotMakeItSlow) {
     // 20,000 arrays begin six bytes apart and share a million references: each reads the headers of those
-    // behind it as references, and then zeros. Any index that is not theirs means the string at 8.
+    // after it as references, and then zeros. Any other index means the string at 8.
     constexpr std::uint64_t arrays = 20'000;
     constexpr std::uint64_t length = 1'000'000;
     std::vector<std::uint64_t> offsets(65'000, 8);

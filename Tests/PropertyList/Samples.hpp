@@ -1,5 +1,5 @@
-// Samples.hpp: files to read, built from small parts. Every sample asks for the key K; nothing
-// stands for an unreadable file and for a missing string alike.
+// Samples.hpp: files to read, built from small parts. Every sample asks for the key K; `nothing`
+// stands for an unreadable file as well as for a missing string.
 
 #pragma once
 
@@ -52,7 +52,7 @@ inline std::string xmlString(const std::string& content) {
     return xml("<key>K</key><string>" + content + "</string>");
 }
 
-/// A file whose K is fine and which holds this element besides.
+/// A file whose K is valid and which also holds this element.
 inline std::string xmlWith(const std::string& value) {
     return xml("<key>K</key><string>v</string><key>x</key>" + value);
 }
@@ -88,8 +88,8 @@ inline std::string binary(const std::vector<std::string>& objects, std::uint64_t
 /// A reference to the object at this index.
 inline std::string ref(std::uint64_t index) { return bigEndian(index, 2); }
 
-/// A file whose K is fine and which holds this object as number 4 besides; it may refer to further ones, from
-/// 5 on.
+/// A file whose K is valid and which also holds this object as number 4; it may refer to `further` ones, from 5
+/// on.
 inline std::string binaryWith(const std::string& object, const std::vector<std::string>& further = {}) {
     const std::string gap(32, '.');  // so that all objects together are shorter than the file lets them be
     std::vector<std::string> objects = {"\xD2" + ref(1) + ref(3) + ref(2) + ref(4), "\x51K", "\x51v" + gap,

@@ -1,4 +1,4 @@
-// DoctorTests.cpp: Scripts/doctor in every situation that it tells apart: what it finds, and its exit status.
+// DoctorTests.cpp: Scripts/doctor in every situation that it distinguishes: what it finds, and its exit status.
 #include "Support/Process.hpp"
 #include "Support/ScriptedHost.hpp"
 #include "Support/TemporaryFolder.hpp"
@@ -41,7 +41,7 @@ bool has(const Finished& finished, const std::string& text) {
     return finished.output.find(text) != std::string::npos;
 }
 
-/// The advice for the first note or, by default, the fault: the line behind it.
+/// The advice for the first note or, by default, the fault: the line after it.
 std::string adviceFor(const std::string& output, bool note = false) {
     const std::string arrow = "\n      → ";
     const std::size_t finding = output.find(note ? "\n  ! " : "\n  ✗ ");
@@ -52,7 +52,7 @@ std::string adviceFor(const std::string& output, bool note = false) {
     return output.substr(begin, output.find('\n', begin) - begin);
 }
 
-/// Either all is well, or there is one fault with one remedy, and nothing after it.
+/// Either all is well, or there is one fault with one remedy and nothing after that.
 void expectOneVerdict(const Finished& finished) {
     const std::size_t fault = finished.output.find("\n  ✗ ");
     EXPECT_EQ(finished.errors, "");
@@ -69,7 +69,7 @@ std::string writeScript(const TemporaryFolder& folder, std::string_view name, co
     return path;
 }
 
-/// A socket file whose listener has gone without removing it.
+/// A socket file whose listener ended without removing it.
 std::string staleSocket(const TemporaryFolder& folder, std::string_view name = "agent.sock") {
     std::string path = folder / name;
     ::close(socketAt(path, ::bind));
@@ -84,7 +84,7 @@ enum class App { elsewhere, atUsualPlace };
 
 using SocketPath = std::function<std::string(const TemporaryFolder&, ScriptedHost&)>;
 
-/// What the doctor finds to look at.
+/// A situation to diagnose, and the verdict that it must get.
 struct Situation {
     const char* name;
     /// The configured path, where a test may have set up a host.
@@ -130,7 +130,7 @@ SocketPath file(std::string_view name) {
 SocketPath saying(std::string reply) {
     return [=](auto&, auto& host) { return host.replies(reply).socketPath(); };
 }
-/// The host's socket with these permissions, in front of a host that is well.
+/// The socket of a healthy host, with these permissions.
 SocketPath open(mode_t mode) {
     return [=](auto&, auto& host) {
         ::chmod(host.socketPath().c_str(), mode);
@@ -324,7 +324,7 @@ TEST(Doctor, ThePathInForceIsTheServersOwnAndTheReasonIsGiven) {
 TEST(Doctor, AProgramThatIsNoneIsFoundOutAndNothingElseIsTried) {
     const TemporaryFolder folder;
     const std::string notes = folder.write("notes", "text");
-    ::chmod(notes.c_str(), 0644);  // root may execute only what somebody may
+    ::chmod(notes.c_str(), 0644);  // root may execute a file only if it has some execute bit
     const std::vector<std::pair<std::string, std::string>> rows = {
         {folder / "none", "✗ There is no program "},
         {"NoSuchProgramOnThePath", "✗ There is no program NoSuchProgramOnThePath."},
@@ -402,7 +402,7 @@ struct PermissionRow {
 
 class DoctorPermissionTest : public testing::TestWithParam<PermissionRow> {};
 
-/// Root may do everything, so that the doctor runs as somebody else where the tests run as root.
+/// Root may do everything, so the doctor runs as another user if the tests run as root.
 TEST_P(DoctorPermissionTest, IsToldFromAbsence) {
     const PermissionRow& row = GetParam();
     const bool root = ::geteuid() == 0;
@@ -571,7 +571,7 @@ const std::vector<ClientRow> clientRows = {
      "    env:\n      TIDEWELL_SOCKET_PATH: <S>\n",
      listens},
 
-    // What no client can read.
+    // Files that no client can read.
     {"AMissingComma", "mcp.json",
      "{\"mcpServers\": {\n  \"tidewell\": {\n    \"command\": \"<P>\"\n    \"args\": []\n}}}",
      "✗ <FILE>: line 4: a comma is missing before: \"args\"", "Insert it."},
@@ -599,7 +599,7 @@ const std::vector<ClientRow> clientRows = {
     {"YAMLWithoutAColon", "config.yaml", "extensions:\n  tidewell\n    cmd: x\n",
      "✗ <FILE>: line 2: neither \"name: value\" nor \"- item\": tidewell", "Correct colon"},
 
-    // What the client reads, but not as meant.
+    // Entries that the client reads, but not as meant.
     {"NoServerForTidewell", "mcp.json", R"({"mcpServers":{"a":{"command":"b"},"c":{"url":"d"}}})",
      "✗ <FILE>: No server has tidewell in its name or command; it has: a, c.", "Documentation/Clients.md"},
     {"NoCommand", "mcp.json", R"({"mcpServers":{"tidewell":{"url":"http://localhost"}}})",
@@ -620,7 +620,7 @@ const std::vector<ClientRow> clientRows = {
     {"NotEnabled", "config.toml", "[mcp_servers.tidewell]\nenabled = false\ncommand = \"<P>\"\n",
      "is switched off.", "Set \"enabled\" to true."},
 
-    // What the client cannot start, or starts elsewhere.
+    // Entries that the client cannot start, or starts elsewhere.
     {"ARelativeCommand", "mcp.json", R"({"mcpServers":{"tidewell":{"command":"bin/TidewellMCP"}}})",
      "✗ The command is relative: bin/TidewellMCP", writeInFull},
     {"ACommandWithATilde", "mcp.json", R"({"mcpServers":{"tidewell":{"command":"~/TidewellMCP"}}})",
@@ -676,7 +676,7 @@ TEST(Doctor, AClientsProgramGetsItsArgumentsAndItsEnvironmentAlone) {
     std::ifstream seen(folder / "seen");
     std::vector<std::string> lines;
     for (std::string line; std::getline(seen, line);) {
-        // A shell adds these of its own accord.
+        // The shell itself adds these.
         if (!line.starts_with("PWD=") && !line.starts_with("_=") && !line.starts_with("SHLVL="))
             lines.push_back(line);
     }

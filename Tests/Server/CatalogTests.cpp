@@ -37,7 +37,7 @@ json published(const std::string& kind) {
     return reply["result"][kind];
 }
 
-/// The published entry that stands where the name of a golden file says.
+/// The published entry at the position that the name of a golden file gives.
 json publishedAt(const std::filesystem::path& path) {
     const auto position = static_cast<std::size_t>(std::stoi(path.stem().string().substr(0, 2)));
     return published(path.parent_path().filename()).at(position - 1);

@@ -67,7 +67,7 @@ TEST(Initialize, ItIsAnsweredTheSameWayAgain) {
 
 // Tool calls.
 
-/// The tool result of one call while the host app does what it was told.
+/// The tool result of one call to a host app that follows its script.
 json call(ScriptedHost& host, std::string_view params) {
     return replyTo(R"({"id":1,"method":"tools/call","params":)" + std::string(params) + "}",
                    host.socketPath())["result"];
@@ -75,12 +75,12 @@ json call(ScriptedHost& host, std::string_view params) {
 
 json call(ScriptedHost& host) { return call(host, R"({"name":"x"})"); }
 
-/// A tool result as it has to look.
+/// A tool result as it must look.
 json toolResult(const char* text, bool isError) {
     return {{"content", {{{"type", "text"}, {"text", text}}}}, {"isError", isError}};
 }
 
-/// A failure's error record, after a check of everything around it.
+/// A failure's error record, after checking everything around it.
 json failure(const json& result) {
     EXPECT_EQ(result.size(), 2U);
     EXPECT_EQ(result.value("isError", false), true);
@@ -224,7 +224,7 @@ TEST(ToolCall, AHostThatClosesUnansweredIsTheSameFixedSentence) {
 TEST(ToolCall, AFailedWriteIsTheSameFixedSentence) {
     ScriptedHost host;
     host.closesAtOnce();
-    const std::string large(4'000'000, 'x');  // more than the socket takes before the host has gone
+    const std::string large(4'000'000, 'x');  // more than the socket takes before the host hangs up
     EXPECT_EQ(failure(call(host, R"({"name":"x","arguments":{"a":")" + large + "\"}}")),
               record("app_not_running", notRunning));
 }

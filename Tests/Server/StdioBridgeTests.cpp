@@ -306,7 +306,7 @@ TEST(Bridges, TwoRunSideBySideInOneProcess) {
     for (std::thread& thread : threads) thread.join();
 
     for (const Side& side : sides) {
-        // Every round is the same to the byte, and says what this side's host app said.
+        // Every round is identical to the byte, and carries what this side's host app said.
         const std::size_t size = side.output.size() / 50;
         const std::string round = side.output.substr(0, size);
         ASSERT_EQ(exactLines(round).size(), answered.size());

@@ -1,4 +1,4 @@
-// Conversation.hpp: a bridge in this process, from a whole input to a whole output.
+// Conversation.hpp: runs a bridge in this process, from a complete input to a complete output.
 #pragma once
 
 #include "Server/StdioBridge.hpp"
@@ -47,7 +47,7 @@ inline std::string converse(std::string_view input,
     return hold(input, socketPath).output;
 }
 
-/// The replies as JSON, one a line, read by a library of its own.
+/// The replies as JSON, one a line, read by an independent library.
 inline std::vector<nlohmann::json> repliesTo(std::string_view input,
                                              const std::string& socketPath = "/nonexistent/host.sock") {
     std::vector<nlohmann::json> replies;

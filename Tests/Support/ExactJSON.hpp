@@ -1,5 +1,6 @@
-// ExactJSON.hpp: JSON as it is written. A JSON library takes 3 for 3.0 and keeps one of two members with the same
-// key; the text below differs in both cases. The order of members, blanks and escapes mean nothing here either.
+// ExactJSON.hpp: compares JSON as it is written. A JSON library treats 3 and 3.0 as equal and keeps
+// one of two members with the same key; the text below differs in both cases. The order of members, blanks and
+// escapes mean nothing here either.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -13,12 +14,12 @@
 
 namespace tidewell::test {
 
-/// Spells what it is told: numbers as they stand in the text, members sorted, none left out.
+/// Writes out what the reader reports: numbers as they stand in the text, members sorted, none left out.
 class ExactSpeller : public nlohmann::json_sax<nlohmann::json> {
 public:
     bool null() override { return add("null"); }
     bool boolean(bool value) override { return add(value ? "true" : "false"); }
-    // The library tells -0 as the signed integer zero, and 0 as the unsigned one.
+    // The library reports -0 as a signed zero and 0 as an unsigned one.
     bool number_integer(number_integer_t value) override {
         return add(value == 0 ? "-0" : std::to_string(value));
     }
@@ -67,7 +68,7 @@ private:
     std::vector<Container> open_{1};  // the first holds the value itself
 };
 
-/// What two texts share exactly when they say the same in the same way. Throws when `text` is not JSON.
+/// Equal for two texts exactly when they say the same in the same way. Throws when `text` is not JSON.
 inline std::string exact(std::string_view text) {
     ExactSpeller speller;
     if (!nlohmann::json::sax_parse(text, &speller))

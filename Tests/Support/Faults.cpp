@@ -44,7 +44,7 @@ std::atomic<int> firstRefused{Allocations::never};
 std::atomic<int> lastRefused{Allocations::never};
 thread_local bool isSpared = false;
 
-/// Counts an allocation and says whether it is one that shall fail.
+/// Counts an allocation and says whether it is to fail.
 bool isRefused(std::size_t size) {
     if (size >= refusedSize) return true;
     if (!isCounting || isSpared) return false;
@@ -52,7 +52,7 @@ bool isRefused(std::size_t size) {
     return number >= firstRefused && number <= lastRefused;
 }
 
-/// Counts a call and says whether it is one that shall fail.
+/// Counts a call and says whether it is to fail.
 bool isHit(Call call) {
     const std::lock_guard lock(state().mutex);
     if (!state().isArmed) return false;
@@ -61,7 +61,7 @@ bool isHit(Call call) {
            number < state().fault.after + state().fault.times;
 }
 
-/// For calls that move no bytes: fails with its error or is made.
+/// For calls that move no bytes: either fails with the chosen error or makes the call.
 template <typename Real>
 auto made(Call call, Real real) -> decltype(real()) {
     if (!isHit(call)) return real();
@@ -188,7 +188,7 @@ ssize_t __wrap_send(int descriptor, const void* bytes, size_t size, int flags) {
 int __real_close(int);
 int __wrap_close(int descriptor) {
     if (!holds(state().hostSockets, descriptor)) return __real_close(descriptor);
-    // Closed all the same: that is what Linux does when it reports an error.
+    // Closed all the same: Linux closes the descriptor even when it reports an error.
     __real_close(descriptor);
     return made(Call::close, [] { return 0; });
 }
@@ -213,7 +213,7 @@ int __wrap_madvise(void* start, size_t size, int advice) {
     return made(Call::madvise, [&] { return __real_madvise(start, size, advice); });
 }
 
-// Buffers and arenas ask the C library; the rest of the C++ side comes through operator new below.
+// Buffers and arenas allocate with malloc(); the rest of the C++ code goes through operator new below.
 void* __real_malloc(size_t);
 void* __wrap_malloc(size_t size) { return isRefused(size) ? nullptr : __real_malloc(size); }
 

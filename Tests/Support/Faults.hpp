@@ -10,7 +10,7 @@
 
 namespace tidewell::test {
 
-/// The calls that the program makes, told apart by what they are for.
+/// The calls that the program makes, distinguished by their purpose.
 enum class Call {
     // the client's side
     readInput,
@@ -36,13 +36,13 @@ enum class Call {
 struct Fault {
     int error = 0;           ///< fails with this errno
     int result = -1;         ///< and returns this
-    std::size_t atMost = 0;  ///< or moves no more than so many bytes
-    int after = 0;           ///< how many calls go well before it
+    std::size_t atMost = 0;  ///< or moves at most this many bytes
+    int after = 0;           ///< how many calls succeed first
     int times = 1;           ///< how often in a row
 };
 
-/// Fails calls from its construction to its end. The client's descriptors are named at the start; a socket that
-/// is made meanwhile is one to the host app. One at a time.
+/// Fails calls from its construction to its end. The client's descriptors are given at the start; a socket
+/// created meanwhile is taken to lead to the host app. One at a time.
 class Faults {
 public:
     Faults(Call call, Fault fault, int input = -1, int output = -1);
@@ -54,7 +54,7 @@ public:
     int calls() const;
 };
 
-/// Memory of `bytes` or more in one piece is refused while one of these lives.
+/// Allocations of `bytes` or more are refused while one of these lives.
 class LittleMemory {
 public:
     explicit LittleMemory(std::size_t bytes);
@@ -77,7 +77,8 @@ public:
     int count() const;
 };
 
-/// What this thread allocates neither counts nor fails while one of these lives: for the host app's side.
+/// Exempts this thread's allocations while one of these lives: they neither count nor fail. For the host app's
+/// side.
 class SparedThread {
 public:
     SparedThread();

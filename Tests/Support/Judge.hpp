@@ -1,7 +1,7 @@
-// Judge.hpp: what a text says, read by an independent JSON library, in the terms of the promises that JSONReader.hpp makes.
+// Judge.hpp: what a text says, read by an independent JSON library, in the terms of the promises in JSONReader.hpp.
 //
-// A judged number is an integer exactly when it is whole and within 64 bits, however it was written. So the library's ==
-// is exact between judged values, although it takes 3 for 3.0.
+// A judged number is an integer exactly when it is whole and within 64 bits, however it was written. So the library's
+// == is exact between judged values, although it treats 3 and 3.0 as equal.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -19,7 +19,7 @@
 
 namespace tidewell::test {
 
-/// Where a text comes from. What the program writes has no member twice, and integers in the form of integers.
+/// Where a text comes from. What the program writes repeats no member and writes integers as integers.
 enum class Text { received, written };
 
 /// The whole number within 64 bits that a number token stands for. Done on the digits alone, without arithmetic.
@@ -32,7 +32,7 @@ inline std::optional<std::int64_t> wholeNumber(std::string_view token) {
     std::string digits(mantissa.substr(0, mark));
     if (mark < mantissa.size()) digits += mantissa.substr(mark + 1);
 
-    // Beyond this an exponent decides alone, and sums with it stay far from overflow.
+    // Beyond this the exponent alone decides; clamping it here keeps sums far from overflow.
     constexpr long farAway = 1'000'000;
     const std::string exponent(token.substr(std::min(letter + 1, token.size())));
     long point =
@@ -53,7 +53,7 @@ inline std::optional<std::int64_t> wholeNumber(std::string_view token) {
     return std::stoll((isNegative ? "-" : "") + digits);
 }
 
-/// Makes values of what the library reads, and ends the reading where the promises are broken.
+/// Builds values from what the library reads, and stops reading where a promise is broken.
 class Judge : public nlohmann::json_sax<nlohmann::json> {
 public:
     using json = nlohmann::json;
@@ -119,7 +119,7 @@ private:
     std::vector<Container> open_ = {{json::array()}};  // the first holds the value itself
 };
 
-/// What `text` says, or nothing when it has to be refused.
+/// What `text` says, or nothing if it must be refused.
 inline std::optional<nlohmann::json> judge(std::string_view text, Text origin = Text::received) {
     // The library takes a NUL for the end of its input, and skips a byte-order mark.
     if (text.find('\0') != std::string_view::npos || text.starts_with("\xEF\xBB\xBF")) return std::nullopt;
@@ -128,7 +128,7 @@ inline std::optional<nlohmann::json> judge(std::string_view text, Text origin = 
     return judge.take();
 }
 
-/// What a text of the program says; throws when it is not as the program has to write it.
+/// What a text written by the program says; throws if the program must not write it like that.
 inline nlohmann::json judgeWritten(std::string_view text) {
     std::optional<nlohmann::json> value = judge(text, Text::written);
     if (!value) {
@@ -147,8 +147,8 @@ inline nlohmann::json withBooleans(nlohmann::json value) {
     return value;
 }
 
-/// A reply in which the text of a tool result or resource, itself JSON of the program, is replaced by what it says, so
-/// that the order of its members does not matter; any other text by a value that equals none.
+/// A reply in which the text of a tool result or resource, itself JSON from the program, is replaced by what it says,
+/// so that the order of its members does not matter; text that is not such JSON becomes a value that equals no other.
 inline nlohmann::json opened(nlohmann::json reply) {
     using json = nlohmann::json;
     for (const char* const list : {"content", "contents"}) {

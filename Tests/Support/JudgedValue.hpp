@@ -17,7 +17,7 @@ inline nlohmann::json judged(const JSONValue& value) {
     case Kind::null: return nullptr;
     case Kind::boolean: return *value.boolean();
     case Kind::integer: return *value.integer();
-    // The one double that is written like an integer, and has no other form.
+    // The one double that is always written like an integer.
     case Kind::real:
         return *value.real() == static_cast<double>(INT64_MIN) ? json(INT64_MIN) : json(*value.real());
     case Kind::string: return *value.string();
@@ -32,7 +32,7 @@ inline nlohmann::json judged(const JSONValue& value) {
     return container;
 }
 
-/// Whether our value is what the judge read, in kind too: as text, because the library takes 3 for 3.0.
+/// Whether our value is what the judge read, in kind too: compared as text, because to the library 3 equals 3.0.
 inline bool agrees(const JSONValue& ours, const nlohmann::json& theirs) {
     return judged(ours).dump() == theirs.dump();
 }

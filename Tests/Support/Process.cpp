@@ -49,14 +49,14 @@ std::string programUnderTest() {
 }
 
 Process::Process(const Options& options) : mayUseErrors_(options.mayUseErrors) {
-    ::signal(SIGPIPE, SIG_IGN);  // a child that went early must not take the tests along
+    ::signal(SIGPIPE, SIG_IGN);  // a child that exits early must not kill the tests
 
     std::array<int, 2> in = {options.input, -1};
     std::array<int, 2> out = {-1, options.output};
     if (options.input < 0) in = makePipe();
     if (options.output < 0) out = makePipe();
 
-    // A file and not a pipe, so that nobody has to read it meanwhile.
+    // A file, not a pipe, so that nobody has to read it meanwhile.
     std::string pattern = "/tmp/tidewell-test-errors-XXXXXX";
     errors_ = ::mkstemp(pattern.data());
     ::unlink(pattern.c_str());
@@ -71,7 +71,7 @@ Process::Process(const Options& options) : mayUseErrors_(options.mayUseErrors) {
     ::posix_spawnattr_init(&attributes);
     sigset_t reset;
     ::sigemptyset(&reset);
-    // Whoever runs the tests may ignore these, as a shell does with the second for a job in the background.
+    // The parent of the tests may ignore these; a shell ignores SIGINT for a background job.
     ::sigaddset(&reset, SIGPIPE);
     ::sigaddset(&reset, SIGINT);
     ::posix_spawnattr_setsigdefault(&attributes, &reset);

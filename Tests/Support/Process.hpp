@@ -14,7 +14,7 @@ namespace tidewell::test {
 /// What became of a child: its exit status, or minus the signal that ended it.
 using ExitStatus = int;
 
-/// The program under test: the one that was built along with the tests, or TIDEWELL_MCP_PROGRAM of the environment.
+/// The program under test: the one that was built along with the tests, or what TIDEWELL_MCP_PROGRAM names.
 std::string programUnderTest();
 
 class Process {
@@ -27,14 +27,14 @@ public:
         /// Descriptors to hand over instead of pipes of our own; -1 for a pipe.
         int input = -1;
         int output = -1;
-        /// The server never uses standard error, so a test fails when its child did; other programs may.
+        /// The server never uses standard error, so a test fails if its child did; other programs may.
         bool mayUseErrors = false;
     };
 
     explicit Process(const Options& options);
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
-    /// A child that is still there is killed.
+    /// Kills a child that is still running.
     ~Process();
 
     pid_t id() const { return id_; }
@@ -46,7 +46,7 @@ public:
     std::string readAll();
     void closeInput();
     void closeOutput();
-    /// Waits for the end; the child is killed after `timeoutSeconds`, and -9 tells of it.
+    /// Waits for the end; the child is killed after `timeoutSeconds`, and the result is then -9.
     ExitStatus wait(int timeoutSeconds = 60);
     bool isRunning();
     /// What came on standard error until now.
@@ -62,13 +62,13 @@ private:
     int output_ = -1;
     int errors_ = -1;
     bool mayUseErrors_;
-    std::size_t scanned_ = 0;  // so much of what was received has no line feed
+    std::size_t scanned_ = 0;  // this much of what was received has no line feed
     std::string received_;
     std::optional<ExitStatus> status_;
     double processorSeconds_ = 0;
 };
 
-/// A child that got all of `input` and whose input was closed then.
+/// Runs a child that gets all of `input` and then end of file.
 struct Finished {
     std::string output;
     std::string errors;

@@ -77,7 +77,7 @@ ScriptedHost::~ScriptedHost() {
 
 void ScriptedHost::serve() {
     while (!stopping_) {
-        // In short waits, because nothing portable wakes up an accept.
+        // In short waits, because nothing portable interrupts an accept.
         pollfd waiting{.fd = listener_, .events = POLLIN, .revents = 0};
         if (::poll(&waiting, 1, 20) <= 0) continue;
         const int descriptor = ::accept(listener_, nullptr, nullptr);

@@ -30,7 +30,7 @@ class HostConnection {
 public:
     explicit HostConnection(int descriptor) : descriptor_(descriptor) {}
     int descriptor() const { return descriptor_; }
-    /// The envelope line without its line feed, or what came of it before the end.
+    /// The envelope line without its line feed, or the part of it that came before the end.
     std::string readEnvelope() const;
     /// Writes everything, or stops when the other side has gone.
     void write(std::string_view bytes) const;
@@ -51,14 +51,14 @@ public:
     ~ScriptedHost();
 
     const std::string& socketPath() const { return socketPath_; }
-    /// The envelopes read so far, in order. Throws when one is not as the program has to write JSON.
+    /// The envelopes read so far, in order. Throws if one is not JSON as the program must write it.
     std::vector<nlohmann::json> received() const;
     /// The same as exact() spells them (ExactJSON.hpp), each without its request id, which has to be a UUID.
     std::vector<std::string> exactEnvelopes() const;
     int connections() const { return connections_; }
-    /// Ends the thread, once the connection at hand is served: what a behaviour wrote may be read then.
+    /// Ends the thread once the current connection is served; what a behaviour recorded may be read after that.
     void stop();
-    /// Whether somebody connects, or has connected, while the connection at hand is served.
+    /// Whether somebody connects, or has connected, while the current connection is served.
     bool isAnotherWaiting(int milliseconds) const;
 
     // The vocabulary. All but the first two read the envelope first.
@@ -75,7 +75,7 @@ public:
     /// `name` is one of the words above; `text` its argument. For conversations kept in files.
     ScriptedHost& does(std::string_view name, std::string text);
     ScriptedHost& then(Behaviour behaviour);
-    /// For every connection that finds no behaviour left.
+    /// For every connection when no behaviour is left.
     ScriptedHost& otherwise(Behaviour behaviour);
 
 private:

@@ -76,7 +76,7 @@ Exchange SoakHost::expect(const std::string& tool, const json& args) {
     return script.exchange;
 }
 
-/// From here on there is nobody at the path, or something that refuses; the connection at hand is still
+/// From here on nothing is at the path, or a file that refuses connections; the current connection is still
 /// served.
 void SoakHost::leave(bool refuses) const {
     ::unlink(path_.c_str());

@@ -25,14 +25,14 @@ const Row& pick(const Row (&rows)[count], RandomJSON& random) {
 
 /// True once in two thousand times: for what takes a megabyte or more.
 inline bool isHuge(RandomJSON& random) { return random.upTo(1999) == 0; }
-/// One to three megabytes of it.
+/// One to three megabytes of text.
 std::string hugeText(RandomJSON& random);
 
 /// How the exchange of one request with the host app ends for the server.
 struct Exchange {
     enum class End {
         replied,
-        unreadable,  ///< a line that is no JSON
+        unreadable,  ///< a line that is not JSON
         unanswered,  ///< the request was read, and no whole line came back
         hungUp,      ///< gone before the request was read
         absent,      ///< nobody to connect to
@@ -42,8 +42,8 @@ struct Exchange {
     std::string reason = {};         ///< unreadable: what the server's reader says
 };
 
-/// It is told of a request before the request is sent. As only one is ever under way, the connections come in
-/// the order in which expect() was called, and each can be held against what it has to bring.
+/// It learns of a request before the request is sent. As only one is ever under way, the connections come in
+/// the order of the expect() calls, and each can be compared with what it has to bring.
 class SoakHost {
 public:
     explicit SoakHost(RandomJSON& random);
@@ -55,10 +55,10 @@ public:
     /// What was wrong with an envelope; empty if nothing was.
     std::string complaint() const;
 
-    /// Comes back, or not yet, if it had gone. To be called while no request is under way.
+    /// If the host app is gone, it may come back now. To be called while no request is under way.
     void mayComeBack();
-    /// Prepares for the request that will be the next one here, and tells how it will end. `args` as they
-    /// have to arrive.
+    /// Prepares for the next request that gets here, and returns how it will end. `args` are the arguments as
+    /// they must arrive.
     Exchange expect(const std::string& tool, const nlohmann::json& args);
 
 private:
@@ -86,7 +86,7 @@ private:
     bool isGone_ = false;
     int connectionsBefore_ = 0;
     int expectedConnections_ = 0;
-    std::unordered_set<std::string> requestIds_;  // of the host's thread alone
+    std::unordered_set<std::string> requestIds_;  // used by the host's thread only
     mutable std::mutex mutex_;
     std::string complaint_;
     std::optional<ScriptedHost> host_;  // last, so that its thread ends first

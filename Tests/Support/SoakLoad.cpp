@@ -34,7 +34,7 @@ json result(json value) { return {{"result", std::move(value)}}; }
 json error(int code, const std::string& message) {
     return {{"error", {{"code", code}, {"message", message}}}};
 }
-/// The text stands here as the value that it has to spell (see opened()).
+/// The text is given as the value that it must encode (see opened()).
 json toolResult(json text, bool isError) {
     json item = {{"type", "text"}, {"text", std::move(text)}};
     return result({{"content", json::array({std::move(item)})}, {"isError", isError}});
@@ -122,7 +122,7 @@ Request SoakLoad::closingPing() {
             {{{"jsonrpc", "2.0"}, {"id", id}, {"result", json::object()}}}};
 }
 
-/// A message with a random id or none, and what has to be answered if it has one.
+/// A message with a random id or none, and the answer that it must get if it has one.
 Request SoakLoad::message(const json& method, const std::optional<json>& params,
                           const std::vector<json>& outcomes) {
     json message = {{"method", method}};
@@ -142,7 +142,7 @@ Request SoakLoad::message(const json& method, const std::optional<json>& params,
     return request;
 }
 
-/// Returns the id as the reply has to carry it; nothing when there is to be no reply.
+/// Returns the id as the reply must carry it; nothing if there must be no reply.
 std::optional<json> SoakLoad::addId(json& message) {
     const int number = ++lastId_;
     json& id = message["id"];
@@ -222,7 +222,7 @@ Request SoakLoad::broken() {
         // clang-format on
     };
     Request request{lines[random_.upTo(std::size(lines) - 1)]};
-    if (random_.chance(50)) {  // a good line, cut or with a byte that is no UTF-8
+    if (random_.chance(50)) {  // a good line, cut or with a byte that is not UTF-8
         request.line = json{{"id", 1}, {"method", "ping"}, {"params", random_.value(3)}}.dump();
         const std::size_t at = 1 + random_.upTo(request.line.size() - 2);
         if (random_.chance(50)) {
@@ -287,7 +287,7 @@ std::optional<json> SoakLoad::anyParams() {
 std::optional<json> SoakLoad::paramsWithout(const char* key) {
     switch (random_.upTo(3)) {
     case 0: return std::nullopt;
-    case 1: return random_.value(2);  // its keys are others
+    case 1: return random_.value(2);  // its keys are different
     case 2: return json{{key, 5}};
     default: return json{{"other", "text"}};
     }

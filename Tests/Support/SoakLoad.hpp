@@ -1,4 +1,4 @@
-// SoakLoad.hpp: random requests of every kind, each with the reply that it has to get.
+// SoakLoad.hpp: random requests of every kind, each with the reply that it must get.
 #pragma once
 
 #include "RandomJSON.hpp"
@@ -10,8 +10,8 @@
 
 namespace tidewell::test {
 
-/// One line to the server, and the replies of which one has to come; nothing may come if there are none. A
-/// JSON text inside a reply stands there as the value that it has to spell: see opened() in Judge.hpp.
+/// One line to the server, and the replies of which one must come; if there are none, nothing may come. JSON text
+/// inside a reply is given as the value that it must encode: see opened() in Judge.hpp.
 struct Request {
     std::string line;
     std::vector<nlohmann::json> replies = {};
@@ -19,12 +19,12 @@ struct Request {
 
 class SoakLoad {
 public:
-    /// Both are kept and used.
+    /// Keeps references to both.
     SoakLoad(RandomJSON& random, SoakHost& host);
 
-    /// The next request; they have to be sent in this order.
+    /// The next request; requests must be sent in this order.
     Request next();
-    /// A request that is answered in any case and needs no host app.
+    /// A request that is always answered and needs no host app.
     Request closingPing();
 
 private:
@@ -61,7 +61,7 @@ private:
     RandomJSON& random_;
     SoakHost& host_;
     int lastId_ = 0;
-    // The published entries, as they have to be.
+    // The published entries, as they must be.
     json tools_;
     json resources_;
     json prompts_;

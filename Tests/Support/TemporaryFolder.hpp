@@ -1,4 +1,4 @@
-// TemporaryFolder.hpp: a private folder that goes when the test does.
+// TemporaryFolder.hpp: a private folder that is removed when the test ends.
 #pragma once
 
 #include <stdlib.h>

@@ -1,4 +1,4 @@
-// TestNames.hpp: what a row of a table-driven test is called; it is what a failure prints.
+// TestNames.hpp: the name of a row in a table-driven test; a failure prints it.
 #pragma once
 
 #include <cctype>
@@ -10,7 +10,7 @@ namespace tidewell::test {
 /// For rows with a member `name`.
 inline constexpr auto nameOf = [](const auto& tested) { return std::string(tested.param.name); };
 
-/// For rows that are files: the file's name without its ending.
+/// For rows that are files: the file's name without its extension.
 inline constexpr auto fileNameOf = [](const auto& tested) {
     std::string name = tested.param.stem().string();
     for (char& letter : name) {
