@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <map>
 #include <string>
 
 namespace tidewell {
@@ -27,6 +28,30 @@ TEST(UTF8, KnownCharactersHaveTheirKnownBytes) {
     std::string text;
     for (const std::uint32_t scalar : {0x41U, 0xE9U, 0x2014U, 0x1D11EU}) appendScalar(text, scalar);
     EXPECT_EQ(text, "A\xC3\xA9\xE2\x80\x94\xF0\x9D\x84\x9E");
+}
+
+TEST(UTF8, TwoBytesBeginASequenceOnlyIfTheyBeginAScalarValue) {
+    std::map<std::string, std::size_t> lengths;
+    for (std::uint32_t scalar = 0x80; scalar <= 0x10FFFF; ++scalar) {
+        if (scalar >= 0xD800 && scalar <= 0xDFFF) continue;
+        std::string text;
+        appendScalar(text, scalar);
+        lengths[text.substr(0, 2)] = text.size();
+    }
+    for (int lead = 0x80; lead <= 0xFF; ++lead) {
+        for (int second = 0; second <= 0xFF; ++second) {
+            const std::string start = {static_cast<char>(lead), static_cast<char>(second)};
+            const auto found = lengths.find(start);
+            const std::size_t length = found == lengths.end() ? 0 : found->second;
+            EXPECT_EQ(multibyteLength(start + "\x80\xBF"), length) << lead << ", " << second;
+            const std::size_t shortOnly = length == 2 ? 2 : 0;
+            for (const char* const wrong : {"\x7F\x80", "\xC0\x80"})
+                EXPECT_EQ(multibyteLength(start + wrong), shortOnly) << lead << ", " << second;
+            if (length != 4) continue;
+            for (const char* const wrong : {"\x80\x7F", "\x80\xC0"})
+                EXPECT_EQ(multibyteLength(start + wrong), 0U) << lead << ", " << second;
+        }
+    }
 }
 
 TEST(UTF8, IllFormedSequencesHaveNoLength) {

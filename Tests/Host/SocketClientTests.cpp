@@ -245,7 +245,12 @@ TEST(Exchange, EveryByteOfARequestsIdIsDrawnByItself) {
             bytes[at].push_back(std::stoi(digits.substr(at * 2, 2), nullptr, 16) & 0x0F);
     }
     EXPECT_EQ(std::set(bytes.begin(), bytes.end()).size(), 16U) << "two bytes are always the same";
-    for (const auto& values : bytes) EXPECT_GE(std::set(values.begin(), values.end()).size(), 8U);
+    std::set<int> all;
+    for (const auto& values : bytes) {
+        EXPECT_GE(std::set(values.begin(), values.end()).size(), 8U);
+        all.insert(values.begin(), values.end());
+    }
+    EXPECT_EQ(all.size(), 16U) << "a digit never occurs";
 }
 
 TEST(Exchange, AHostThatClosesUnansweredIsNoResponseAtOnce) {

@@ -35,6 +35,8 @@ std::string rewritten(std::string_view text, NumberRule rule) {
 TEST(JSONWriter, OfEqualKeysTheLastStaysWhateverStandsBeforeThem) {
     EXPECT_EQ(rewritten(R"({"a long key":1,"other":2,"a long key":3})", NumberRule::keep),
               R"({"other":2,"a long key":3})");
+    EXPECT_EQ(rewritten(R"({"first":1,"key":2,"yek":3,"key":4})", NumberRule::keep),
+              R"({"first":1,"yek":3,"key":4})");
 }
 
 TEST(JSONProperties, WhatIsReadIsWhatTheJudgeReadsAndIsWrittenBackEqual) {

@@ -267,6 +267,15 @@ INSTANTIATE_TEST_SUITE_P(
                    {pingReply, pingReply}}),
     nameOf);
 
+TEST(InputFaults, TheInputIsReadInPiecesOf4096Bytes) {
+    for (const auto& [size, reads] : {std::pair<std::size_t, int>(4096, 1), {4097, 2}}) {
+        Client client("/nonexistent/host.sock");
+        const std::string line = ping + std::string(size - ping.size() - 1, ' ');
+        EXPECT_EQ(client.converse({line}, Call::readInput, {.after = INT_MAX}), std::vector{pingReply});
+        EXPECT_EQ(client.calls(), reads + 1) << "with the one that finds the end";
+    }
+}
+
 TEST(OutputFaults, WaitingForAFullOutputMayBeInterrupted) {
     // The reader starts at once, but the replies fill the pipe faster than it reads them.
     Client client("/nonexistent/host.sock");

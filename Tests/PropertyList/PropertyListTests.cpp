@@ -180,6 +180,8 @@ TEST(PropertyList, AByteOrderMarkOrTheDeclarationSetsTheCharacterSet) {
            {"UTF-16, low byte first", "\xFF\xFE" + utf16(list, false), "v"},
            {"UTF-16 text", "\xFE\xFF" + utf16("K = \"v", true) + "\xD8\x3D\xDE\x00"s + utf16("\";", true),
             "v😀"},
+           {"UTF-16 text, low byte first",
+            "\xFF\xFE" + utf16("K = \"v", false) + "\x3D\xD8\x00\xDE"s + utf16("\";", false), "v😀"},
            {"UTF-16 with a lone surrogate", "\xFE\xFF" + utf16("K = v; x = \"", true) + "\xD8\x3D\0\";"s,
             nothing},
            {"UTF-16 with an odd byte", "\xFE\xFF" + utf16("{K = v;}", true) + " ", nothing},

@@ -30,36 +30,33 @@ public:
         live,           ///< the host app reported an error; it carries its own code
     };
 
-    static MCPError invalidParams(std::string message) { return {Kind::invalidParams, std::move(message)}; }
-    static MCPError appNotRunning(std::string message) { return {Kind::appNotRunning, std::move(message)}; }
-    static MCPError notFound(std::string message) { return {Kind::notFound, std::move(message)}; }
-    static MCPError internalError(std::string message) { return {Kind::internalError, std::move(message)}; }
+    static MCPError invalidParams(std::string message) {
+        return {Kind::invalidParams, ErrorCode::invalidParams, std::move(message)};
+    }
+    static MCPError appNotRunning(std::string message) {
+        return {Kind::appNotRunning, ErrorCode::hostError, std::move(message)};
+    }
+    static MCPError notFound(std::string message) {
+        return {Kind::notFound, ErrorCode::notFound, std::move(message)};
+    }
+    static MCPError internalError(std::string message) {
+        return {Kind::internalError, ErrorCode::internalError, std::move(message)};
+    }
     static MCPError live(std::int64_t code, std::string message) {
-        return {Kind::live, std::move(message), code};
+        return {Kind::live, code, std::move(message)};
     }
 
     Kind kind() const noexcept { return kind_; }
+    std::int64_t code() const noexcept { return code_; }  ///< as JSON-RPC knows it
     const std::string& message() const noexcept { return message_; }
     const char* what() const noexcept override { return message_.c_str(); }
 
-    /// The JSON-RPC error code.
-    std::int64_t code() const noexcept {
-        switch (kind_) {
-        case Kind::invalidParams: return ErrorCode::invalidParams;
-        case Kind::appNotRunning: return ErrorCode::hostError;
-        case Kind::notFound: return ErrorCode::notFound;
-        case Kind::internalError: return ErrorCode::internalError;
-        case Kind::live: break;
-        }
-        return liveCode_;
-    }
-
 private:
-    MCPError(Kind kind, std::string message, std::int64_t liveCode = 0)
-        : kind_(kind), liveCode_(liveCode), message_(std::move(message)) {}
+    MCPError(Kind kind, std::int64_t code, std::string message)
+        : kind_(kind), code_(code), message_(std::move(message)) {}
 
     Kind kind_;
-    std::int64_t liveCode_;
+    std::int64_t code_;
     std::string message_;
 };
 

@@ -9,8 +9,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,14 +21,9 @@
 namespace tidewell::Platform {
 
 std::optional<std::string> executablePath() {
-    for (std::size_t capacity = 256; capacity <= 65536; capacity *= 2) {
-        std::string path(capacity, '\0');
-        const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
-        if (length < 0) break;
-        if (static_cast<std::size_t>(length) == capacity) continue;  // it may have been cut
-        path.resize(static_cast<std::size_t>(length));
-        return path;
-    }
+    std::array<char, PATH_MAX> path;  // the kernel tells none that is longer
+    const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+    if (length > 0) return std::string(path.data(), static_cast<std::size_t>(length));
     // There is no /proc in some containers and chroot trees.
     if (program_invocation_name == nullptr || *program_invocation_name == '\0') return std::nullopt;
     return program_invocation_name;

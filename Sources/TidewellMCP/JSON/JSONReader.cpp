@@ -2,6 +2,7 @@
 
 #include "Base/UTF8.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -24,16 +25,12 @@ bool isOutOfRange(const NumberToken& token) {
 }  // namespace
 
 const char* skipVerbatimBeyondASCII(const char* at, const char* end) noexcept {
-    const auto isASCII = [&] { return at == end || static_cast<unsigned char>(*at) < 0x80; };
-    do {
-        do {
-            const std::size_t length = multibyteLength({at, static_cast<std::size_t>(end - at)});
-            if (length == 0) return at;
-            at += length;
-        } while (!isASCII());
+    for (;;) {
+        const char* const start = at;
+        while (const auto length = multibyteLength({at, static_cast<std::size_t>(end - at)})) at += length;
         at = skipPlain(at, end);
-    } while (!isASCII());
-    return at;
+        if (at == start) return at;
+    }
 }
 
 JSONError::JSONError(const char* reason, std::size_t offset)
@@ -168,7 +165,7 @@ std::uint32_t JSONReader::readEscape() {
     at_ += 2;
     const std::uint32_t low = readFourHexDigits();
     if (low < 0xDC00 || low > 0xDFFF) fail("unpaired surrogate");
-    return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+    return 0x10000 + ((unit & 0x3FF) << 10) + (low & 0x3FF);
 }
 
 std::uint32_t JSONReader::readFourHexDigits() {
@@ -199,9 +196,8 @@ NumberToken JSONReader::readNumber() {
     if (at_ >= tail_) getWholeNumber();
     const char* const first = at_;
     const auto skipDigits = [&](const char* otherwise) {
-        const char* at = at_;
-        while (at != end_ && isDigit(*at)) ++at;
-        const auto count = at - std::exchange(at_, at);
+        const char* const last = std::find_if_not(at_, end_, isDigit);
+        const auto count = last - std::exchange(at_, last);
         if (count == 0) fail(otherwise);
         return count;
     };

@@ -26,16 +26,14 @@ constexpr char escapeLetter(std::uint32_t scalar) noexcept {
 /// fifteen digits survive conversion to a double and back, so a decimal fraction of no more, without trailing
 /// zeros, is already the shortest form. (One that begins with 0 may be shorter with an exponent.)
 std::string_view canonicalPart(const NumberToken& token) noexcept {
-    constexpr std::size_t integerDigits = 18;
-    constexpr std::size_t fractionDigits = 15;
+    constexpr std::size_t integerSize = 18;
+    constexpr std::size_t fractionSize = 16;  // with the point
     if (token.hasExponent) return {};
-    const std::size_t sign = token.text.front() == '-' ? 1 : 0;
-    const bool beginsWithZero = token.text[sign] == '0';
     if (!token.hasPoint) {
-        const bool isMinusZero = sign == 1 && beginsWithZero;
-        return token.text.size() - sign <= integerDigits && !isMinusZero ? token.text : std::string_view();
+        return token.text.size() <= integerSize && token.text != "-0" ? token.text : std::string_view();
     }
-    if (beginsWithZero || token.text.size() - sign > fractionDigits + 1) return {};
+    const std::size_t sign = token.text.front() == '-' ? 1 : 0;
+    if (token.text[sign] == '0' || token.text.size() - sign > fractionSize) return {};
     std::string_view part = token.text.substr(0, token.text.find_last_not_of('0') + 1);
     if (part.back() == '.') part.remove_suffix(1);
     return part;
@@ -93,15 +91,18 @@ void JSONWriter<form>::scalar(std::uint32_t scalar) {
     out_.append(hexDigits[scalar & 0xF]);
 }
 
+/// Whether a key may occur twice. Nearly every object has few keys, which are compared in pairs the fastest.
 template <JSONForm form>
 bool JSONWriter<form>::mayRepeat(std::span<const Member> members) const noexcept {
+    constexpr std::size_t fewKeys = 16;
     if (members.size() > fewKeys) return true;
-    bool isSeen = false;
     for (std::size_t late = 1; late < members.size(); ++late) {
-        for (std::size_t early = 0; early < late; ++early)
-            isSeen |= members[early].sketch == members[late].sketch;
+        for (std::size_t early = 0; early < late; ++early) {
+            const bool isSameSize = members[early].keySize == members[late].keySize;
+            if (isSameSize && keyOf(members[early]) == keyOf(members[late])) return true;
+        }
     }
-    return isSeen;
+    return false;
 }
 
 /// At the end of an object: cuts out the members whose key occurs again after them. Keys are compared as they
@@ -111,10 +112,8 @@ void JSONWriter<form>::dropSuperseded() {
     const std::size_t first = objects_.back();
     objects_.pop_back();
     const std::span<const Member> members = std::span(members_).subspan(first);
-    if (mayRepeat(members)) {
-        const auto keyAt = [&](std::size_t at) { return keyOf(members[at]); };
-        cut(supersededKeys(members.size(), keyAt), members);
-    }
+    const auto keyAt = [&](std::size_t at) { return keyOf(members[at]); };
+    if (mayRepeat(members)) cut(supersededKeys(members.size(), keyAt), members);
     members_.resize(first);
 }
 

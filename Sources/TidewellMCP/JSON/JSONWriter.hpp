@@ -39,7 +39,7 @@ public:
     void real(double value);  ///< finite
     void string(std::string_view run) { append(run, quoteMark); }
     void key(std::string_view run) {
-        members_.push_back({.start = out_.size(), .keySize = run.size(), .sketch = sketchOf(run)});
+        members_.push_back({.start = out_.size(), .keySize = run.size()});
         append(run, endOfKey);
     }
     void beginString() { out_.append(quoteMark); }
@@ -51,9 +51,7 @@ public:
     void scalar(std::uint32_t scalar);
     void endString() { out_.append(quoteMark); }
     void endKey() {
-        Member& member = members_.back();
-        member.keySize = out_.size() - member.start - quoteMark.size();
-        member.sketch = sketchOf(keyOf(member));
+        members_.back().keySize = out_.size() - members_.back().start - quoteMark.size();
         out_.append(endOfKey);
     }
     void beginArray() { out_.append('['); }
@@ -72,11 +70,10 @@ private:
     static constexpr std::string_view quoteMark = form == JSONForm::plain ? "\"" : "\\\"";
     static constexpr std::string_view endOfKey = form == JSONForm::plain ? "\":" : "\\\":";
 
-    /// Where a member stands in the text, and what is known of its key.
+    /// Where a member stands in the text.
     struct Member {
         std::size_t start;  // of the key's quote mark
         std::size_t keySize = 0;
-        std::uint64_t sketch = 0;
     };
 
     std::string_view keyOf(const Member& member) const noexcept {

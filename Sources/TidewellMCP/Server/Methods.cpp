@@ -141,16 +141,15 @@ void handleInitialize(const Call& call) {
     static_assert(instructions.size() == 224);
 
     // Whatever revision the client names is claimed, even an unknown one: nothing is negotiated.
-    const JSONValue none = JSONValue::object({});
-    JSONValue::object(
-        {
-            {"protocolVersion",
-             stringMember(call.params, "protocolVersion").value_or(std::string(protocolVersion))},
-            {"capabilities", JSONValue::object({{"tools", none}, {"resources", none}, {"prompts", none}})},
-            {"serverInfo", JSONValue::object({{"name", "Tidewell"}, {"version", serverVersion()}})},
-            {"instructions", instructions},
-        })
-        .writeJSON(call.result);
+    const auto revision = stringMember(call.params, "protocolVersion");
+    call.result.append(R"({"protocolVersion":)");
+    JSONValue(revision.value_or(std::string(protocolVersion))).writeJSON(call.result);
+    call.result.append(R"(,"capabilities":{"tools":{},"resources":{},"prompts":{}},)"
+                       R"("serverInfo":{"name":"Tidewell","version":)");
+    JSONValue(serverVersion()).writeJSON(call.result);
+    call.result.append(R"(},"instructions":")");
+    call.result.append(instructions);
+    call.result.append("\"}");
 }
 
 void toolErrorResult(std::string_view code, std::string_view message, std::optional<std::string_view> hint,

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <new>
 #include <optional>
@@ -44,6 +45,19 @@ void writeAll(std::string_view rest, int output) {
     }
 }
 
+/// The text of `value` if that is a string, else nothing. Decoded in `place` if it has escapes.
+std::string_view textOf(std::string_view value, std::string& place) {
+    if (!value.starts_with('"')) return {};
+    if (value.find('\\') == value.npos) return value.substr(1, value.size() - 2);
+    return *JSONReader(value).readString(place);
+}
+
+/// A number cut toward zero; nothing when that does not fit 64 bits.
+std::optional<std::int64_t> integerIn(std::string_view number) {
+    const std::optional<std::int64_t> rounded = JSONValue::decode(number).integer();
+    return rounded ? rounded : integerPart(number);
+}
+
 /// Appends an id as it is echoed: strings as they are, numbers cut toward zero, booleans as 1 and 0, anything
 /// else as null. False for a number outside 64 bits.
 bool idToJSON(std::string_view id, ByteBuffer& out) {
@@ -62,8 +76,7 @@ bool idToJSON(std::string_view id, ByteBuffer& out) {
         out.append(id);
         return true;
     }
-    const std::optional<std::int64_t> rounded = JSONValue::decode(id).integer();
-    const std::optional<std::int64_t> integer = rounded ? rounded : integerPart(id);
+    const std::optional<std::int64_t> integer = integerIn(id);
     if (integer) JSONWriter<JSONForm::plain>(out).integer(*integer);
     return integer.has_value();
 }
@@ -124,9 +137,13 @@ StdioBridge::Message StdioBridge::readMessage(std::string_view line) {
     JSONReader reader(line);
     const bool isObject = reader.readObject([&](std::string_view key) {
         const std::string_view value = reader.rawValue();
-        if (key == "id") message.id = value;
-        if (key == "method") message.method = value;
-        if (key == "params") message.params = value;
+        if (key == "id") {
+            message.id = value;
+        } else if (key == "method") {
+            message.method = value;
+        } else if (key == "params") {
+            message.params = value;
+        }
     });
     if (!isObject) throw JSONError("expected an object", 0);
     reader.readEnd();
@@ -135,8 +152,7 @@ StdioBridge::Message StdioBridge::readMessage(std::string_view line) {
 
 StdioBridge::Next StdioBridge::carryOut(const Message& message) {
     std::string decoded;
-    std::string_view method;
-    if (!message.method.empty()) method = JSONReader(message.method).readString(decoded).value_or("");
+    const std::string_view method = textOf(message.method, decoded);
     const MethodRow* const row = findMethod(method);
     if (row == nullptr) {
         if (!message.isNotification())
