@@ -1,3 +1,4 @@
+#include "Base/UTF8.hpp"
 #include "JSON/JSONReader.hpp"
 #include "JSON/JSONTree.hpp"
 #include "JSON/JSONValue.hpp"
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -171,20 +173,65 @@ TEST(JSONReader, EveryTruncationOfATextIsRefused) {
     }
 }
 
-TEST(JSONReader, TheErrorSaysWhatAndWhere) {
-    try {
-        JSONValue::decode("not json");
-        FAIL() << "it was accepted";
-    } catch (const JSONError& error) {
-        EXPECT_STREQ(error.what(), "invalid JSON at byte 0: expected a value");
-        EXPECT_EQ(error.offset(), 0U);
+TEST(JSONReader, EveryBitOfASurrogatePairCounts) {
+    const auto escaped = [](std::uint32_t unit) {
+        std::ostringstream text;
+        text << "\\u" << std::hex << unit;  // a surrogate has four digits
+        return text.str();
+    };
+    for (int bit = 0; bit < 20; ++bit) {
+        const std::uint32_t beyond = std::uint32_t{1} << bit;
+        std::string expected;
+        appendScalar(expected, 0x10000 + beyond);
+        const std::string text =
+            "\"" + escaped(0xD800 + beyond / 0x400) + escaped(0xDC00 + beyond % 0x400) + "\"";
+        EXPECT_EQ(JSONValue::decode(text).string(), expected) << text;
     }
-    try {
-        JSONValue::decode(R"({"a":1 "b"})");
-        FAIL() << "it was accepted";
-    } catch (const JSONError& error) {
-        EXPECT_EQ(error.offset(), 7U);
-        EXPECT_STREQ(error.what(), "invalid JSON at byte 7: expected ',' or '}'");
+}
+
+TEST(JSONReader, TheErrorSaysWhatAndWhere) {
+    struct Row {
+        std::string text;
+        std::size_t offset;
+        const char* reason;
+    };
+    const std::vector<Row> rows = {
+        {"not json", 0, "expected a value"},
+        {"tru", 0, "expected a value"},
+        {"-", 1, "expected a value"},
+        {"", 0, "unexpected end of the text"},
+        {"[1", 2, "unexpected end of the text"},
+        {"\"a", 2, "unexpected end of the text"},
+        {"\"\\", 2, "unexpected end of the text"},
+        {"\"\\u12", 5, "unexpected end of the text"},
+        {"1e", 2, "unexpected end of the text"},
+        {"1 2", 2, "expected the end of the text"},
+        {R"({"a":1 "b"})", 7, "expected ',' or '}'"},
+        {"[1 2]", 3, "expected ',' or ']'"},
+        {"[01]", 2, "expected ',' or ']'"},
+        {"{1:2}", 1, "expected a string as key"},
+        {R"({"a":1,2})", 7, "expected a string as key"},
+        {R"({"a" 1})", 5, "expected ':'"},
+        {"\"a\x01\"", 2, "control character inside a string"},
+        {"\"a\xFF\"", 2, "invalid UTF-8"},
+        {R"("\x")", 2, "unknown escape"},
+        {R"("\u12G4")", 5, "expected four hexadecimal digits"},
+        {R"("\udc00")", 7, "unpaired surrogate"},
+        {R"("\ud834A")", 7, "unpaired surrogate"},
+        {R"("\ud834\u0041")", 13, "unpaired surrogate"},
+        {"[1.]", 3, "expected a digit"},
+        {"[1e+]", 4, "expected a digit"},
+        {"[1e400]", 1, "number out of range"},
+        {std::string(513, '['), 512, "nested too deeply"},
+    };
+    for (const auto& [text, offset, reason] : rows) {
+        try {
+            JSONValue::decode(text);
+            ADD_FAILURE() << text << " was accepted";
+        } catch (const JSONError& error) {
+            EXPECT_EQ(error.offset(), offset) << text;
+            EXPECT_EQ(error.what(), "invalid JSON at byte " + std::to_string(offset) + ": " + reason) << text;
+        }
     }
 }
 

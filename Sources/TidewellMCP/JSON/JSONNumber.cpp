@@ -3,7 +3,6 @@
 #include "Base/Platform.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <string>
@@ -68,22 +67,15 @@ Decimal decimalOf(std::string_view text) noexcept {
 
 /// Both ways round correctly. The C library's decimal point is '.', because this program never sets a locale.
 double nearestDouble(std::string_view text) {
-    if (const auto value = Platform::parseDouble(text)) return *value;
-    std::array<char, 64> place;  // nearly every number fits and needs no allocation
-    if (text.size() >= place.size()) return std::strtod(std::string(text).c_str(), nullptr);
-    *std::copy(text.begin(), text.end(), place.begin()) = '\0';
-    return std::strtod(place.data(), nullptr);
-}
-
-/// A fraction that does not end in 0 is not whole, and needs no closer look.
-bool mayBeWhole(const NumberToken& token) noexcept {
-    return token.hasExponent || !token.hasPoint || token.text.back() == '0';
+    const std::optional<double> value = Platform::parseDouble(text);
+    return value ? *value : std::strtod(std::string(text).c_str(), nullptr);
 }
 
 }  // namespace
 
 JSONNumber valueOf(const NumberToken& token) {
-    if (mayBeWhole(token)) {
+    // A fraction that does not end in 0 is not whole, and needs no closer look.
+    if (token.hasExponent || !token.hasPoint || token.text.back() == '0') {
         const Decimal decimal = decimalOf(token.text);
         if (decimal.integer && decimal.isWhole) return *decimal.integer;
     }

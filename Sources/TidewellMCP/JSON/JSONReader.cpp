@@ -45,7 +45,7 @@ std::string_view JSONReader::rawValue() {
     next();
     const char* const first = at_;
     skipValue();
-    return {first, static_cast<std::size_t>(at_ - first)};
+    return since(first);
 }
 
 void JSONReader::readEnd() {
@@ -97,13 +97,10 @@ public:
     std::string_view kept() const noexcept { return kept_; }
 
     void string(std::string_view run) { kept_ = textStays_ ? run : std::string_view(place_ = run); }
-    void key(std::string_view run) { string(run); }
     void beginString() { place_.clear(); }
-    void beginKey() { place_.clear(); }
     void text(std::string_view run) { place_ += run; }
     void scalar(std::uint32_t scalar) { appendScalar(place_, scalar); }
     void endString() { kept_ = place_; }
-    void endKey() { kept_ = place_; }
 
 private:
     std::string& place_;
@@ -129,7 +126,7 @@ std::optional<std::string_view> JSONReader::readString(std::string& place) {
 
 std::string_view JSONReader::readKey() {
     StringKeeper keeper(key_, source_ == nullptr);
-    readMemberKey(keeper);
+    readKey(keeper);
     return keeper.kept();
 }
 
@@ -186,9 +183,7 @@ std::uint32_t JSONReader::readFourHexDigits() {
 
 void JSONReader::readWord(std::string_view word) {
     readyFor(word.size());
-    if (std::string_view(at_, static_cast<std::size_t>(end_ - at_)).substr(0, word.size()) != word) {
-        fail("expected a value");
-    }
+    if (!std::string_view(at_, end_).starts_with(word)) fail("expected a value");
     at_ += word.size();
 }
 
@@ -197,13 +192,10 @@ NumberToken JSONReader::readNumber() {
     const char* const first = at_;
     const auto skipDigits = [&](const char* otherwise) {
         const char* const last = std::find_if_not(at_, end_, isDigit);
-        const auto count = last - std::exchange(at_, last);
-        if (count == 0) fail(otherwise);
-        return count;
+        if (last == std::exchange(at_, last)) fail(otherwise);
     };
 
     NumberToken token;
-    std::ptrdiff_t exponentDigits = 0;
     if (isAt('-')) ++at_;
     if (isAt('0')) {
         ++at_;
@@ -220,11 +212,11 @@ NumberToken JSONReader::readNumber() {
         token.hasExponent = true;
         if (at_ == end_) fail(unexpectedEnd);
         if (isAt('-') || isAt('+')) ++at_;
-        exponentDigits = skipDigits("expected a digit");
+        skipDigits("expected a digit");
     }
     token.text = since(first);
 
-    const bool isSurelyInRange = token.text.size() <= 200 && exponentDigits <= 2;
+    const bool isSurelyInRange = token.text.size() <= 200 && !token.hasExponent;
     if (!isSurelyInRange && isOutOfRange(token)) {
         at_ = first;
         fail("number out of range");

@@ -50,20 +50,20 @@ public:
 };
 
 /// What a reader reports, and the consumer that ignores all of it. Others redefine the events that they need.
-/// A run is text that may stand in any JSON string as it is. A string or key that has escapes, or lies in
-/// several pieces, is reported between its begin and its end, as runs and decoded escapes.
+/// A run is text that may stand in any JSON string as it is. A string that has escapes, or lies in several
+/// pieces, is reported between its begin and its end, as runs and decoded escapes. A member's key is the string
+/// between key() and colon().
 struct JSONConsumer {
     void null() {}
     void boolean(bool) {}
     void number(const NumberToken&) {}
     void string(std::string_view) {}
-    void key(std::string_view) {}
     void beginString() {}
-    void beginKey() {}
     void text(std::string_view) {}
     void scalar(std::uint32_t) {}
     void endString() {}
-    void endKey() {}
+    void key() {}
+    void colon() {}
     void beginArray() {}
     void endArray() {}
     void beginObject() {}
@@ -132,9 +132,15 @@ private:
     void expectKey();
 
     template <typename Consumer>
-    void readString(Consumer& consumer);
+    [[gnu::always_inline]] void readString(Consumer& consumer);
     template <typename Consumer>
-    void readMemberKey(Consumer& consumer);
+    void readKey(Consumer& consumer) {
+        consumer.key();
+        readString(consumer);
+        if (!isAt(':') && next() != ':') fail("expected ':'");
+        ++at_;
+        consumer.colon();
+    }
     template <typename Consumer>
     void readPieces(const char* run, Consumer& consumer);
     void getMoreOfString();
@@ -142,10 +148,6 @@ private:
     std::uint32_t readFourHexDigits();
     class StringKeeper;
     std::string_view readKey();
-    void readColon() {
-        if (!isAt(':') && next() != ':') fail("expected ':'");
-        ++at_;
-    }
     NumberToken readNumber();
     void getWholeNumber();
     void readWord(std::string_view word);
@@ -176,7 +178,7 @@ void JSONReader::readValue(Consumer& consumer) {
         case '{':
             consumer.beginObject();
             if (open(true)) {
-                readMemberKey(consumer);
+                readKey(consumer);
                 continue;
             }
             consumer.endObject();
@@ -206,14 +208,10 @@ void JSONReader::readValue(Consumer& consumer) {
             const bool isObject = isObject_[nesting_ - 1];
             if (continues()) {
                 consumer.comma();
-                if (isObject) readMemberKey(consumer);
+                if (isObject) readKey(consumer);
                 break;
             }
-            if (isObject) {
-                consumer.endObject();
-            } else {
-                consumer.endArray();
-            }
+            isObject ? consumer.endObject() : consumer.endArray();
         }
     }
 }
@@ -228,9 +226,9 @@ bool JSONReader::readObject(OnMember member) {
     return true;
 }
 
-/// From the opening quote past the closing one, here and below.
+/// From the opening quote past the closing one.
 template <typename Consumer>
-void JSONReader::readString(Consumer& consumer) {
+inline void JSONReader::readString(Consumer& consumer) {
     const char* const run = at_ + 1;
     at_ = skipVerbatim(run, end_);
     if (isAt('"')) {
@@ -241,21 +239,6 @@ void JSONReader::readString(Consumer& consumer) {
         consumer.endString();
         ++at_;
     }
-}
-
-template <typename Consumer>
-void JSONReader::readMemberKey(Consumer& consumer) {
-    const char* const run = ++at_;
-    at_ = skipVerbatim(at_, end_);
-    if (isAt('"')) {
-        consumer.key(since(run));
-    } else {
-        consumer.beginKey();
-        readPieces(run, consumer);
-        consumer.endKey();
-    }
-    ++at_;
-    readColon();
 }
 
 /// Reads on to the closing quote; what stands from `run` on has not been reported yet.

@@ -21,13 +21,15 @@ public:
         std::visit([&](auto value) { add(value); }, valueOf(token));
     }
     void string(std::string_view run) { add(run); }
-    void key(std::string_view run) { open_.back().members.push_back({std::string(run), {}}); }
     void beginString() { text_.clear(); }
-    void beginKey() { text_.clear(); }
     void text(std::string_view run) { text_ += run; }
     void scalar(std::uint32_t scalar) { appendScalar(text_, scalar); }
     void endString() { add(text_); }
-    void endKey() { key(text_); }
+    void key() { open_.back().members.emplace_back(); }
+    void colon() {  // what came since as the member's value is its key
+        JSONValue::Member& member = open_.back().members.back();
+        member.key = *member.value.string();
+    }
     void beginArray() { open_.push_back({.isObject = false}); }
     void endArray() { close(JSONValue::array(std::move(open_.back().elements))); }
     void beginObject() { open_.push_back({.isObject = true}); }

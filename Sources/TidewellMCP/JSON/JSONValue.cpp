@@ -16,41 +16,36 @@ using Writer = JSONWriter<JSONForm::plain>;
 
 /// Writes a string. False if it is not UTF-8.
 bool tellText(std::string_view text, Writer& writer) {
-    while (!text.empty()) {
-        const auto plain =
-            static_cast<std::size_t>(skipPlain(text.data(), text.data() + text.size()) - text.data());
-        writer.text(text.substr(0, plain));
-        text.remove_prefix(plain);
-        if (text.empty()) break;
-        if (static_cast<unsigned char>(text.front()) < 0x80) {
-            writer.scalar(static_cast<unsigned char>(text.front()));
-            text.remove_prefix(1);
-            continue;
-        }
-        const std::size_t length = multibyteLength(text);
-        if (length == 0) return false;
-        writer.text(text.substr(0, length));
-        text.remove_prefix(length);
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    for (;;) {
+        const char* const run = std::exchange(at, skipVerbatim(at, end));
+        writer.text({run, static_cast<std::size_t>(at - run)});
+        if (at == end) return true;
+        const auto byte = static_cast<unsigned char>(*at++);
+        if (byte >= 0x80) return false;
+        writer.scalar(byte);
     }
-    return true;
 }
 
 bool tell(const JSONValue& value, Writer& writer);
 
+bool tell(const JSONValue::Member& member, Writer& writer) {
+    writer.key();
+    writer.beginString();
+    if (!tellText(member.key, writer)) return false;
+    writer.endString();
+    writer.colon();
+    return tell(member.value, writer);
+}
+
 /// Writes one item after another, with commas between them. False if one has no JSON form.
-bool tellAll(const auto& items, Writer& writer, const auto& tellOne) {
+bool tellAll(const auto& items, Writer& writer) {
     bool isFirst = true;
     return std::ranges::all_of(items, [&](const auto& item) {
         if (!std::exchange(isFirst, false)) writer.comma();
-        return tellOne(item);
+        return tell(item, writer);
     });
-}
-
-bool tellMember(const JSONValue::Member& member, Writer& writer) {
-    writer.beginKey();
-    if (!tellText(member.key, writer)) return false;
-    writer.endKey();
-    return tell(member.value, writer);
 }
 
 bool tell(const JSONValue& value, Writer& writer) {
@@ -69,14 +64,12 @@ bool tell(const JSONValue& value, Writer& writer) {
         break;
     case JSONValue::Kind::array:
         writer.beginArray();
-        isTold =
-            tellAll(value.elements(), writer, [&](const auto& element) { return tell(element, writer); });
+        isTold = tellAll(value.elements(), writer);
         writer.endArray();
         break;
     case JSONValue::Kind::object:
         writer.beginObject();
-        isTold =
-            tellAll(value.members(), writer, [&](const auto& member) { return tellMember(member, writer); });
+        isTold = tellAll(value.members(), writer);
         writer.endObject();
         break;
     case JSONValue::Kind::null: writer.null(); break;
@@ -110,17 +103,6 @@ JSONValue JSONValue::decode(std::string_view text) {
     reader.readEnd();
     return tree.take();
 }
-
-JSONValue::Kind JSONValue::kind() const noexcept {
-    constexpr Kind kinds[] = {Kind::null,   Kind::boolean, Kind::integer, Kind::real,
-                              Kind::string, Kind::array,   Kind::object};
-    static_assert(std::size(kinds) == std::variant_size_v<decltype(content_)>);
-    return kinds[content_.index()];
-}
-
-std::optional<bool> JSONValue::boolean() const noexcept { return view<bool>(); }
-std::optional<std::int64_t> JSONValue::integer() const noexcept { return view<std::int64_t>(); }
-std::optional<double> JSONValue::real() const noexcept { return view<double>(); }
 
 std::optional<std::string_view> JSONValue::string() const noexcept {
     const String* const text = std::get_if<String>(&content_);

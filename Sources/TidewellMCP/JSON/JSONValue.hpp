@@ -26,7 +26,7 @@ class ByteBuffer;
 class JSONValue {
 public:
     /// The seven kinds. Integers and floating-point numbers are distinct and never merge.
-    enum class Kind : std::uint8_t { boolean, integer, real, string, array, object, null };
+    enum class Kind : std::uint8_t { null, boolean, integer, real, string, array, object };
 
     struct Member;
 
@@ -49,14 +49,14 @@ public:
     /// Reads one JSON text. Throws JSONError (JSONReader.hpp).
     static JSONValue decode(std::string_view text);
 
-    Kind kind() const noexcept;
+    Kind kind() const noexcept { return static_cast<Kind>(content_.index()); }
     bool isNull() const noexcept { return kind() == Kind::null; }
 
     // Typed views: nothing when the value is of another kind, never a conversion. What they point into lives as
     // long as the value does.
-    std::optional<bool> boolean() const noexcept;
-    std::optional<std::int64_t> integer() const noexcept;
-    std::optional<double> real() const noexcept;
+    std::optional<bool> boolean() const noexcept { return view<bool>(); }
+    std::optional<std::int64_t> integer() const noexcept { return view<std::int64_t>(); }
+    std::optional<double> real() const noexcept { return view<double>(); }
     std::optional<std::string_view> string() const noexcept;
     std::span<const JSONValue> elements() const noexcept;  ///< empty unless an array
     std::span<const Member> members() const noexcept;      ///< empty unless an object; keys are unique
@@ -86,7 +86,7 @@ private:
         return content == nullptr ? std::nullopt : std::optional(*content);
     }
 
-    std::variant<std::monostate, bool, std::int64_t, double, String, Array, Object> content_;
+    std::variant<std::monostate, bool, std::int64_t, double, String, Array, Object> content_;  // as in Kind
 };
 
 /// One member of an object.

@@ -8,18 +8,18 @@ namespace tidewell {
 
 namespace {
 
+void write(auto number, ByteBuffer& out) {
+    constexpr std::size_t longest = sizeof "-2.2250738585072014e-308";
+    char* const place = out.room(longest);
+    out.endAt(std::to_chars(place, place + longest, number).ptr);
+}
+
 /// The letter after the backslash for the characters that have one, in JSON as in C; 'u' for others.
 constexpr char escapeLetter(std::uint32_t scalar) noexcept {
-    switch (scalar) {
-    case '"': return '"';
-    case '\\': return '\\';
-    case '\b': return 'b';
-    case '\f': return 'f';
-    case '\n': return 'n';
-    case '\r': return 'r';
-    case '\t': return 't';
-    default: return 'u';
-    }
+    constexpr std::string_view characters = "\"\\\b\f\n\r\t";
+    constexpr std::string_view letters = "\"\\bfnrt";
+    const std::size_t at = characters.find(static_cast<char>(scalar));
+    return at == characters.npos ? 'u' : letters[at];
 }
 
 /// The token's canonical form, if that is a part of the token itself; empty if it takes arithmetic. Up to
@@ -59,16 +59,12 @@ void JSONWriter<form>::number(const NumberToken& token) {
 
 template <JSONForm form>
 void JSONWriter<form>::integer(std::int64_t value) {
-    constexpr std::size_t longest = sizeof "-9223372036854775808";
-    char* const place = out_.room(longest);
-    out_.endAt(std::to_chars(place, place + longest, value).ptr);
+    write(value, out_);
 }
 
 template <JSONForm form>
 void JSONWriter<form>::real(double value) {
-    constexpr std::size_t longest = sizeof "-2.2250738585072014e-308";
-    char* const place = out_.room(longest);
-    out_.endAt(std::to_chars(place, place + longest, value).ptr);
+    write(value, out_);
 }
 
 template <JSONForm form>

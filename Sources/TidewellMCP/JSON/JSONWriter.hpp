@@ -37,22 +37,22 @@ public:
     void number(const NumberToken& token);
     void integer(std::int64_t value);
     void real(double value);  ///< finite
-    void string(std::string_view run) { append(run, quoteMark); }
-    void key(std::string_view run) {
-        members_.push_back({.start = out_.size(), .keySize = run.size()});
-        append(run, endOfKey);
+    void string(std::string_view run) {
+        const auto put = [](char* at, std::string_view text) {
+            std::memcpy(at, text.data(), text.size());
+            return at + text.size();
+        };
+        char* const at = out_.room(run.size() + 2 * quoteMark.size());
+        out_.endAt(put(put(put(at, quoteMark), run), quoteMark));
     }
     void beginString() { out_.append(quoteMark); }
-    void beginKey() {
-        members_.push_back({.start = out_.size()});
-        out_.append(quoteMark);
-    }
     void text(std::string_view run) { out_.append(run); }
     void scalar(std::uint32_t scalar);
     void endString() { out_.append(quoteMark); }
-    void endKey() {
-        members_.back().keySize = out_.size() - members_.back().start - quoteMark.size();
-        out_.append(endOfKey);
+    void key() { members_.push_back({.start = out_.size()}); }
+    void colon() {
+        members_.back().keySize = out_.size() - members_.back().start;
+        out_.append(':');
     }
     void beginArray() { out_.append('['); }
     void endArray() { out_.append(']'); }
@@ -68,24 +68,15 @@ public:
 
 private:
     static constexpr std::string_view quoteMark = form == JSONForm::plain ? "\"" : "\\\"";
-    static constexpr std::string_view endOfKey = form == JSONForm::plain ? "\":" : "\\\":";
 
     /// Where a member stands in the text.
     struct Member {
-        std::size_t start;  // of the key's quote mark
-        std::size_t keySize = 0;
+        std::size_t start;
+        std::size_t keySize = 0;  // with its quote marks
     };
 
     std::string_view keyOf(const Member& member) const noexcept {
-        return {out_.data() + member.start + quoteMark.size(), member.keySize};
-    }
-    void append(std::string_view run, std::string_view ending) {
-        const auto put = [](char* at, std::string_view text) {
-            std::memcpy(at, text.data(), text.size());
-            return at + text.size();
-        };
-        char* const at = out_.room(quoteMark.size() + run.size() + ending.size());
-        out_.endAt(put(put(put(at, quoteMark), run), ending));
+        return {out_.data() + member.start, member.keySize};
     }
     bool mayRepeat(std::span<const Member> members) const noexcept;
     void dropSuperseded();
