@@ -123,6 +123,8 @@ TEST(JSONString, TextThatIsNotUTF8MakesTheWholeTextNull) {
     EXPECT_EQ(JSONValue::array({"good", "bad \xFF"}).jsonString(), "null");
     EXPECT_EQ(JSONValue::object({{"\xC3", 1}}).jsonString(), "null");
     EXPECT_EQ(JSONValue("\xED\xA0\x80").jsonString(), "null") << "a surrogate in UTF-8";
+    for (int byte = 0x80; byte <= 0xFF; ++byte)
+        EXPECT_EQ(JSONValue(std::string(1, static_cast<char>(byte))).jsonString(), "null") << byte;
 }
 
 TEST(JSONString, IsCompactAndKeepsTheOrderOfArrays) {

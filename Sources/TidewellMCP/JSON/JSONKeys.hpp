@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <numeric>
+#include <utility>
 #include <vector>
 
 namespace tidewell {
@@ -14,7 +15,7 @@ template <typename KeyAt>
 std::vector<bool> supersededKeys(std::size_t count, const KeyAt& keyAt) {
     std::vector<std::size_t> order(count);
     std::iota(order.begin(), order.end(), std::size_t{0});
-    std::ranges::stable_sort(order, {}, keyAt);
+    std::ranges::sort(order, {}, [&](std::size_t at) { return std::pair(keyAt(at), at); });
     std::vector<bool> superseded;
     for (std::size_t at = 1; at < count; ++at) {
         if (keyAt(order[at - 1]) != keyAt(order[at])) continue;
