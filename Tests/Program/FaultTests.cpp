@@ -198,6 +198,17 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"NoRandomNumbers", Call::getentropy, {.error = ENOSYS}, "could not make a request id"}),
     nameOf);
 
+TEST(ExchangeFaults, AReplyIsReadInPiecesOf4096Bytes) {
+    for (const auto& [size, reads] : {std::pair<std::size_t, int>(4096, 1), {4097, 2}}) {
+        ScriptedHost host;
+        const std::string reply = R"({"ok":true})";
+        host.replies(reply + std::string(size - reply.size() - 1, ' '));
+        Client client(host.socketPath());
+        EXPECT_EQ(client.converse({toolCall}, Call::readReply, {.after = INT_MAX}).size(), 1U);
+        EXPECT_EQ(client.calls(), reads) << size;
+    }
+}
+
 TEST(ExchangeFaults, AnInterruptedCloseIsNotRepeated) {
     // Its number may belong to another file by then.
     ScriptedHost host;
