@@ -29,6 +29,8 @@ TEST(PropertyListXML, ABrokenReferenceMakesTheFileUnreadable) {
                                   "&#xD800;", "&#xDFFF;", "&#X41;", "&#4A;",      "&#99999999999999999999;",
                                   "&lt"})
         EXPECT_EQ(read(xmlWith("<string>" + std::string(reference) + "</string>")), nothing) << reference;
+    EXPECT_EQ(read(xml("<key>K</key><string>v&<key>x</key><string>w</string>")), nothing)
+        << "in place of the end";
 }
 
 TEST(PropertyListXML, WhatStandsBetweenElementsIsSkipped) {
