@@ -2,7 +2,6 @@
 
 #include "Base/UTF8.hpp"
 
-#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -41,13 +40,6 @@ void JSONReader::skipValue() {
     readValue(nobody);
 }
 
-std::string_view JSONReader::rawValue() {
-    next();
-    const char* const first = at_;
-    skipValue();
-    return since(first);
-}
-
 void JSONReader::readEnd() {
     skipBlanks();
     if (at_ != end_) fail("expected the end of the text");
@@ -63,8 +55,7 @@ bool JSONReader::open(bool isObject) {
     if (nesting_ == maximumNesting) fail("nested too deeply");
     ++at_;
     isObject_[nesting_++] = isObject;
-    skipBlanks();
-    if (at_ != end_ && *at_ == (isObject ? '}' : ']')) {
+    if (next() == (isObject ? '}' : ']')) {
         ++at_;
         --nesting_;
         return false;
@@ -73,40 +64,9 @@ bool JSONReader::open(bool isObject) {
     return true;
 }
 
-bool JSONReader::continuesBehindBlanks() {
-    const bool isObject = isObject_[nesting_ - 1];
-    const char after = next();
-    if (after == (isObject ? '}' : ']')) {
-        ++at_;
-        --nesting_;
-        return false;
-    }
-    if (after != ',') fail(isObject ? "expected ',' or '}'" : "expected ',' or ']'");
-    return continues();
-}
-
 void JSONReader::expectKey() {
     if (next() != '"') fail("expected a string as key");
 }
-
-/// Takes one string or key, in `place` where it does not stand in the text as it is. A piece of a source does not
-/// stay either.
-class JSONReader::StringKeeper : public JSONConsumer {
-public:
-    StringKeeper(std::string& place, bool textStays) : place_(place), textStays_(textStays) {}
-    std::string_view kept() const noexcept { return kept_; }
-
-    void string(std::string_view run) { kept_ = textStays_ ? run : std::string_view(place_ = run); }
-    void beginString() { place_.clear(); }
-    void text(std::string_view run) { place_ += run; }
-    void scalar(std::uint32_t scalar) { appendScalar(place_, scalar); }
-    void endString() { kept_ = place_; }
-
-private:
-    std::string& place_;
-    const bool textStays_;
-    std::string_view kept_;
-};
 
 std::optional<std::string> JSONReader::readString() {
     std::string place;
@@ -121,12 +81,6 @@ std::optional<std::string_view> JSONReader::readString(std::string& place) {
     }
     StringKeeper keeper(place, source_ == nullptr);
     readString(keeper);
-    return keeper.kept();
-}
-
-std::string_view JSONReader::readKey() {
-    StringKeeper keeper(key_, source_ == nullptr);
-    readKey(keeper);
     return keeper.kept();
 }
 
@@ -191,7 +145,8 @@ NumberToken JSONReader::readNumber() {
     if (at_ >= tail_) getWholeNumber();
     const char* const first = at_;
     const auto skipDigits = [&](const char* otherwise) {
-        const char* const last = std::find_if_not(at_, end_, isDigit);
+        const char* last = at_;
+        while (last != end_ && isDigit(*last)) ++last;
         if (last == std::exchange(at_, last)) fail(otherwise);
     };
 

@@ -12,10 +12,11 @@
 // or an object read by its keys:   reader.readObject([&](std::string_view key) { reader.skipValue(); });
 #pragma once
 
+#include "Base/UTF8.hpp"
 #include "JSON/JSONNumber.hpp"
 #include "JSON/JSONText.hpp"
 
-#include <bitset>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -102,7 +103,7 @@ public:
     std::optional<std::string_view> readString(std::string& place);
 
     /// Skips one value and returns its text. Only for a text that does not come from a source.
-    std::string_view rawValue();
+    [[gnu::always_inline]] std::string_view rawValue();
 
     /// Nothing but blanks may follow.
     void readEnd();
@@ -123,18 +124,24 @@ private:
     bool open(bool isObject);
     /// After a value inside a container: true if another follows; false when the closing bracket was read.
     [[gnu::always_inline]] bool continues() {
-        if (!isAt(',')) return continuesBehindBlanks();
+        const bool isObject = isObject_[nesting_ - 1];
+        const char after = next();
+        if (after == ',') {
+            ++at_;
+            if (isObject && !isAt('"')) expectKey();
+            return true;
+        }
+        if (after != (isObject ? '}' : ']')) fail(isObject ? "expected ',' or '}'" : "expected ',' or ']'");
         ++at_;
-        if (isObject_[nesting_ - 1] && !isAt('"')) expectKey();
-        return true;
+        --nesting_;
+        return false;
     }
-    bool continuesBehindBlanks();
     void expectKey();
 
     template <typename Consumer>
     [[gnu::always_inline]] void readString(Consumer& consumer);
     template <typename Consumer>
-    void readKey(Consumer& consumer) {
+    [[gnu::always_inline]] void readKey(Consumer& consumer) {
         consumer.key();
         readString(consumer);
         if (!isAt(':') && next() != ':') fail("expected ':'");
@@ -147,7 +154,7 @@ private:
     std::uint32_t readEscape();
     std::uint32_t readFourHexDigits();
     class StringKeeper;
-    std::string_view readKey();
+    [[gnu::always_inline]] std::string_view readKey();
     NumberToken readNumber();
     void getWholeNumber();
     void readWord(std::string_view word);
@@ -166,8 +173,8 @@ private:
     const char* tail_ = nullptr;  // from here on the piece may be the beginning of a number
     std::size_t before_ = 0;      // bytes of the text before `begin_`
     std::size_t nesting_ = 0;
-    std::bitset<maximumNesting> isObject_;  // the first `nesting_` of them
-    std::string key_;                       // of the member being read
+    std::array<bool, maximumNesting> isObject_;  // the first `nesting_` of them
+    std::string key_;                            // of the member being read
 };
 
 template <typename Consumer>
@@ -255,6 +262,39 @@ void JSONReader::readPieces(const char* run, Consumer& consumer) {
         run = at_;
         at_ = skipVerbatim(at_, end_);
     }
+}
+
+/// Takes one string or key, in `place` where it does not stand in the text as it is. A piece of a source does not
+/// stay either.
+class JSONReader::StringKeeper : public JSONConsumer {
+public:
+    StringKeeper(std::string& place, bool textStays) : place_(place), textStays_(textStays) {}
+    std::string_view kept() const noexcept { return kept_; }
+
+    void string(std::string_view run) { kept_ = textStays_ ? run : std::string_view(place_ = run); }
+    void beginString() { place_.clear(); }
+    void text(std::string_view run) { place_ += run; }
+    void scalar(std::uint32_t scalar) { appendScalar(place_, scalar); }
+    void endString() { kept_ = place_; }
+
+private:
+    std::string& place_;
+    const bool textStays_;
+    std::string_view kept_;
+};
+
+inline std::string_view JSONReader::readKey() {
+    StringKeeper keeper(key_, source_ == nullptr);
+    readKey(keeper);
+    return keeper.kept();
+}
+
+inline std::string_view JSONReader::rawValue() {
+    const bool isString = next() == '"';
+    const char* const first = at_;
+    JSONConsumer nobody;
+    isString ? readString(nobody) : readValue(nobody);
+    return since(first);
 }
 
 }  // namespace tidewell
