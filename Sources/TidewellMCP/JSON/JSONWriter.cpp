@@ -87,6 +87,13 @@ void JSONWriter<form>::scalar(std::uint32_t scalar) {
     out_.append(hexDigits[scalar & 0xF]);
 }
 
+/// Size and first byte tell most keys apart, in far less time than memcmp() takes.
+template <JSONForm form>
+bool JSONWriter<form>::haveSameKey(const Member& one, const Member& other) const noexcept {
+    const auto firstByte = [&](const Member& member) { return out_.data()[member.start + quoteMark.size()]; };
+    return one.keySize == other.keySize && firstByte(one) == firstByte(other) && keyOf(one) == keyOf(other);
+}
+
 /// Whether a key may occur twice. Nearly every object has few keys, which are compared in pairs the fastest.
 template <JSONForm form>
 bool JSONWriter<form>::mayRepeat(std::span<const Member> members) const noexcept {
@@ -94,8 +101,7 @@ bool JSONWriter<form>::mayRepeat(std::span<const Member> members) const noexcept
     if (members.size() > fewKeys) return true;
     for (std::size_t late = 1; late < members.size(); ++late) {
         for (std::size_t early = 0; early < late; ++early) {
-            const bool isSameSize = members[early].keySize == members[late].keySize;
-            if (isSameSize && keyOf(members[early]) == keyOf(members[late])) return true;
+            if (haveSameKey(members[early], members[late])) return true;
         }
     }
     return false;

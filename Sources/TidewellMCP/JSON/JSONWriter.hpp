@@ -78,6 +78,7 @@ private:
     std::string_view keyOf(const Member& member) const noexcept {
         return {out_.data() + member.start, member.keySize};
     }
+    bool haveSameKey(const Member& one, const Member& other) const noexcept;
     bool mayRepeat(std::span<const Member> members) const noexcept;
     void dropSuperseded();
     void cut(const std::vector<bool>& superseded, std::span<const Member> members);
