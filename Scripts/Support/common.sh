@@ -105,10 +105,11 @@ make_private() { private=$(mktemp -d "/tmp/tidewell-$1.XXXXXX"); }
 
 # --- running -----------------------------------------------------------------------------------------------------
 
-# with_signs_of_life LOG COMMAND…: its output goes to LOG; every 20 seconds the last line of it is shown. The command
+# with_signs_of_life LOG COMMAND…: its output goes to LOG; every 20 seconds LOG's name and last line are shown. The command
 # stays in the foreground, so that Ctrl-C reaches it.
 with_signs_of_life() {
-    local log=$1 status=0
+    local log=$1 name status=0
+    name=$(basename "$1" .log)
     shift
     # Its output is shown, not captured: a caller's $(…) must not wait for it. It ends with a signal that this script
     # does not trap: one that it does is lost when it arrives while the new process still has the script's trap.
@@ -120,7 +121,8 @@ with_signs_of_life() {
             sleeping=$!
             wait "$sleeping"
             seconds=$((seconds + 20))
-            printf '   … %d s: %s\n' "$seconds" "$(tail -n 1 "$log" 2>/dev/null | cut -c 1-90)" >&3
+            printf '   … %s, %d s: %s\n' "$name" "$seconds" \
+                "$(tail -n 1 "$log" 2>/dev/null | cut -c 1-90)" >&3
         done
     ) 3>&2 >/dev/null 2>&1 &
     ticker=$!
