@@ -105,8 +105,8 @@ make_private() { private=$(mktemp -d "/tmp/tidewell-$1.XXXXXX"); }
 
 # --- running -----------------------------------------------------------------------------------------------------
 
-# with_signs_of_life LOG COMMAND…: its output goes to LOG; every 20 seconds LOG's name and last line are shown. The command
-# stays in the foreground, so that Ctrl-C reaches it.
+# with_signs_of_life LOG COMMAND…: its output goes to LOG; every 20 seconds LOG's name and last line are shown. The
+# command stays in the foreground, so that Ctrl-C reaches it.
 with_signs_of_life() {
     local log=$1 name status=0
     name=$(basename "$1" .log)
