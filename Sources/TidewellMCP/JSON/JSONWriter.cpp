@@ -87,24 +87,17 @@ void JSONWriter<form>::scalar(std::uint32_t scalar) {
     out_.append(hexDigits[scalar & 0xF]);
 }
 
-/// Size and first byte tell most keys apart, in far less time than memcmp() takes.
+/// Whether a key may occur twice. No branch for each pair: too many of them would be guessed wrong.
 template <JSONForm form>
-bool JSONWriter<form>::haveSameKey(const Member& one, const Member& other) const noexcept {
-    const auto firstByte = [&](const Member& member) { return out_.data()[member.start + quoteMark.size()]; };
-    return one.keySize == other.keySize && firstByte(one) == firstByte(other) && keyOf(one) == keyOf(other);
-}
-
-/// Whether a key may occur twice. Nearly every object has few keys, which are compared in pairs the fastest.
-template <JSONForm form>
-bool JSONWriter<form>::mayRepeat(std::span<const Member> members) const noexcept {
-    constexpr std::size_t fewKeys = 16;
+bool JSONWriter<form>::mayRepeat(std::span<const Member> members) noexcept {
     if (members.size() > fewKeys) return true;
+    bool mayRepeat = false;
     for (std::size_t late = 1; late < members.size(); ++late) {
         for (std::size_t early = 0; early < late; ++early) {
-            if (haveSameKey(members[early], members[late])) return true;
+            mayRepeat |= members[early].mark == members[late].mark;
         }
     }
-    return false;
+    return mayRepeat;
 }
 
 /// At the end of an object: cuts out the members whose key occurs again after them. Keys are compared as they

@@ -51,7 +51,10 @@ public:
     void endString() { out_.append(quoteMark); }
     void key() { members_.push_back({.start = out_.size()}); }
     void colon() {
-        members_.back().keySize = out_.size() - members_.back().start;
+        Member& member = members_.back();
+        member.keySize = out_.size() - member.start;
+        const auto firstByte = static_cast<unsigned char>(keyOf(member)[quoteMark.size()]);
+        member.mark = member.keySize << 8 | firstByte;
         out_.append(':');
     }
     void beginArray() { out_.append('['); }
@@ -73,13 +76,13 @@ private:
     struct Member {
         std::size_t start;
         std::size_t keySize = 0;  // with its quote marks
+        std::size_t mark = 0;     // the same for keys of the same size and first byte
     };
 
     std::string_view keyOf(const Member& member) const noexcept {
         return {out_.data() + member.start, member.keySize};
     }
-    bool haveSameKey(const Member& one, const Member& other) const noexcept;
-    bool mayRepeat(std::span<const Member> members) const noexcept;
+    static bool mayRepeat(std::span<const Member> members) noexcept;
     void dropSuperseded();
     void cut(const std::vector<bool>& superseded, std::span<const Member> members);
 
