@@ -39,6 +39,17 @@ TEST(JSONWriter, OfEqualKeysTheLastStaysWhateverStandsBeforeThem) {
               R"({"first":1,"yek":3,"key":4})");
 }
 
+TEST(JSONWriter, OfEqualKeysTheLastStaysInAnObjectOfAnySize) {
+    for (int others = 0; others < 40; ++others) {
+        std::string between;
+        for (int at = 0; at < others; ++at) between += "\"k" + std::to_string(at) + "\":0,";
+        const std::string text = "{\"key\":1," + between + "\"key\":2}";
+        const std::string expected = "{" + between + "\"key\":2}";
+        EXPECT_EQ(rewritten(text, NumberRule::keep), expected);
+        EXPECT_EQ(JSONValue::decode(text).jsonString(), expected);
+    }
+}
+
 TEST(JSONProperties, WhatIsReadIsWhatTheJudgeReadsAndIsWrittenBackEqual) {
     RandomJSON random(testSeed());
     for (int round = 0; round < 20'000; ++round) {
