@@ -11,7 +11,7 @@
 namespace tidewell {
 
 // always_inline, here and in JSONReader.hpp: every byte passes these few functions. Without it a reply of 8 MB
-// takes 8 % longer, and a ping 20 %.
+// takes 8 % longer, and a ping 15 % more instructions.
 
 /// Whether a byte stands for itself inside a JSON string, in both directions: ASCII, no control character,
 /// neither quote nor backslash.
