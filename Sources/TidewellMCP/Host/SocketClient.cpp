@@ -20,21 +20,19 @@ namespace tidewell {
 
 namespace {
 
-/// A random (version 4) UUID, RFC 4122, in upper case.
-std::string randomUUID() {
+/// Appends a random (version 4) UUID, RFC 4122, in upper case.
+void appendRandomUUID(ByteBuffer& text) {
     std::array<unsigned char, 16> bytes{};
     if (!Platform::fillRandom(bytes)) throw MCPError::internalError("could not make a request id");
     bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);
     bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);
 
     constexpr std::string_view digits = "0123456789ABCDEF";
-    std::string text;
     for (std::size_t at = 0; at < bytes.size(); ++at) {
-        if (at == 4 || at == 6 || at == 8 || at == 10) text.push_back('-');
-        text.push_back(digits[bytes[at] >> 4]);
-        text.push_back(digits[bytes[at] & 0x0F]);
+        if (at == 4 || at == 6 || at == 8 || at == 10) text.append('-');
+        text.append(digits[bytes[at] >> 4]);
+        text.append(digits[bytes[at] & 0x0F]);
     }
-    return text;
 }
 
 /// Returns nothing when all bytes were sent, else the error number.
@@ -120,7 +118,7 @@ HostReply SocketClient::forward(std::string_view tool, std::string_view args, By
     request.append(R"(,"args":)");
     rewriteJSON(args, NumberRule::oneAndZeroAreBooleans, request);
     request.append(R"(,"requestId":")");
-    request.append(randomUUID());
+    appendRandomUUID(request);
     request.append("\"}\n");
 
     const Descriptor socket = connectOnce();

@@ -61,6 +61,7 @@ public:
     void endArray() { out_.append(']'); }
     void beginObject() {
         out_.append('{');
+        if (members_.capacity() == 0) members_.reserve(fewKeys);  // all that most texts need
         objects_.push_back(members_.size());
     }
     void endObject() {

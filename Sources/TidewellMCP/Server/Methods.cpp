@@ -13,22 +13,23 @@ namespace tidewell {
 
 namespace {
 
-/// Reads the members of `params` under `key`, when it is an object: the last one counts.
-void readMember(std::string_view params, std::string_view key, const auto& read) {
+/// Reads the members of `params`, when it is an object: read(key, reader) has to read the value.
+void readMembers(std::string_view params, const auto& read) {
     if (params.empty()) return;
     JSONReader reader(params);
-    reader.readObject([&](std::string_view each) {
+    reader.readObject([&](std::string_view key) { read(key, reader); });
+}
+
+/// The string under `key`: the last such member counts.
+std::optional<std::string> stringMember(std::string_view params, std::string_view key) {
+    std::optional<std::string> string;
+    readMembers(params, [&](std::string_view each, JSONReader& reader) {
         if (each == key) {
-            read(reader);
+            string = reader.readString();
         } else {
             reader.skipValue();
         }
     });
-}
-
-std::optional<std::string> stringMember(std::string_view params, std::string_view key) {
-    std::optional<std::string> string;
-    readMember(params, key, [&](JSONReader& reader) { string = reader.readString(); });
     return string;
 }
 
@@ -58,10 +59,18 @@ void wrapSocketResponse(const HostReply& reply, std::size_t start, ByteBuffer& r
 }
 
 void handleToolCall(const Call& call) {
-    const auto name = stringMember(call.params, "name");
-    if (!name) return toolErrorResult("invalid_params", "`name` is required", std::nullopt, call.result);
+    std::optional<std::string> name;
     std::string_view arguments = "{}";
-    readMember(call.params, "arguments", [&](JSONReader& reader) { arguments = reader.rawValue(); });
+    readMembers(call.params, [&](std::string_view key, JSONReader& reader) {
+        if (key == "name") {
+            name = reader.readString();
+        } else if (key == "arguments") {
+            arguments = reader.rawValue();
+        } else {
+            reader.skipValue();
+        }
+    });
+    if (!name) return toolErrorResult("invalid_params", "`name` is required", std::nullopt, call.result);
 
     const std::size_t start = call.result.size();
     const auto fail = [&](std::string_view code, std::string_view message) {
