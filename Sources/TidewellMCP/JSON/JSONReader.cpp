@@ -2,6 +2,8 @@
 
 #include "Base/UTF8.hpp"
 
+#include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <utility>
 
@@ -120,19 +122,12 @@ std::uint32_t JSONReader::readEscape() {
 }
 
 std::uint32_t JSONReader::readFourHexDigits() {
+    constexpr std::ptrdiff_t four = 4;
+    const char* const first = at_;
     std::uint32_t value = 0;
-    for (int digit = 0; digit < 4; ++digit, ++at_) {
-        if (at_ == end_) fail(unexpectedEnd);
-        const char lower = static_cast<char>(*at_ | 0x20);
-        if (isDigit(*at_)) {
-            value = value * 16 + static_cast<std::uint32_t>(*at_ - '0');
-        } else if (lower >= 'a' && lower <= 'f') {
-            value = value * 16 + static_cast<std::uint32_t>(lower - 'a' + 10);
-        } else {
-            fail("expected four hexadecimal digits");
-        }
-    }
-    return value;
+    at_ = std::from_chars(first, first + std::min(four, end_ - first), value, 16).ptr;
+    if (at_ - first == four) return value;
+    fail(at_ == end_ ? unexpectedEnd : "expected four hexadecimal digits");
 }
 
 void JSONReader::readWord(std::string_view word) {

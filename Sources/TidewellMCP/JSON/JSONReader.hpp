@@ -254,11 +254,8 @@ void JSONReader::readPieces(const char* run, Consumer& consumer) {
     for (;;) {
         consumer.text(since(run));
         if (isAt('"')) return;
-        if (isAt('\\')) {
-            consumer.scalar(readEscape());
-        } else {
-            getMoreOfString();
-        }
+        if (!isAt('\\')) getMoreOfString();
+        while (isAt('\\')) consumer.scalar(readEscape());
         run = at_;
         at_ = skipVerbatim(at_, end_);
     }
