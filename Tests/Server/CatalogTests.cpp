@@ -100,8 +100,9 @@ TEST(Catalog, TheTablesMayBeReadFromSeveralThreads) {
     std::vector<std::thread> readers;
     std::vector<std::string> texts(4);
     for (std::string& text : texts) {
-        readers.emplace_back(
-            [&text] { text = Catalog::tools() + Catalog::prompts() + Catalog::resources(); });
+        readers.emplace_back([&text] {
+            text.append(Catalog::tools()).append(Catalog::prompts()).append(Catalog::resources());
+        });
     }
     for (std::thread& reader : readers) reader.join();
     for (const std::string& text : texts) EXPECT_EQ(text, texts.front());

@@ -4,6 +4,8 @@
 // enforces that; the server only publishes it.
 #include "Server/Catalog.hpp"
 
+#include "Base/ByteBuffer.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -224,30 +226,33 @@ JSONValue schemaOf(const ToolRow& row) {
 
 /// The text of one table: every row through `build`, in order.
 template <typename Row, typename Build>
-std::string table(std::span<const Row> rows, Build build) {
+ByteBuffer table(std::span<const Row> rows, Build build) {
     std::vector<JSONValue> entries;
     std::ranges::transform(rows, std::back_inserter(entries), build);
-    return JSONValue::array(std::move(entries)).jsonString();
+    ByteBuffer text;
+    JSONValue::array(std::move(entries)).writeJSON(text);
+    text.shrink();
+    return text;
 }
 
 }  // namespace
 
-const std::string& Catalog::tools() {
-    static const std::string text = table<ToolRow>(
+std::string_view Catalog::tools() {
+    static const ByteBuffer text = table<ToolRow>(
         toolRows, [](const ToolRow& row) { return tool(row.name, row.description, schemaOf(row)); });
-    return text;
+    return text.view();
 }
 
-const std::string& Catalog::resources() {
-    static const std::string text = table<ResourceRow>(
+std::string_view Catalog::resources() {
+    static const ByteBuffer text = table<ResourceRow>(
         resourceRows, [](const ResourceRow& row) { return resource(row.uri, row.name, row.description); });
-    return text;
+    return text.view();
 }
 
-const std::string& Catalog::prompts() {
-    static const std::string text =
+std::string_view Catalog::prompts() {
+    static const ByteBuffer text =
         table<PromptRow>(promptRows, [](const PromptRow& row) { return prompt(row.name, row.description); });
-    return text;
+    return text.view();
 }
 
 bool Catalog::hasPrompt(std::string_view name) noexcept {

@@ -4,7 +4,6 @@
 
 #include "JSON/JSONValue.hpp"
 
-#include <string>
 #include <string_view>
 
 namespace tidewell {
@@ -15,11 +14,11 @@ public:
     Catalog() = delete;
 
     /// The array of the 60 tools as "tools/list" publishes it, in an order that is part of the interface.
-    static const std::string& tools();
+    static std::string_view tools();
     /// The array of the nine resources of "resources/list", in order.
-    static const std::string& resources();
+    static std::string_view resources();
     /// The array of the six prompts of "prompts/list", in order.
-    static const std::string& prompts();
+    static std::string_view prompts();
 
     /// Whether a prompt of exactly this name is published.
     static bool hasPrompt(std::string_view name) noexcept;
