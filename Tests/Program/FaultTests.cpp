@@ -22,6 +22,7 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
+#include <iterator>
 #include <new>
 #include <optional>
 #include <set>
@@ -45,19 +46,31 @@ const std::string toolOutOfMemory =
     R"("result":{"content":[{"type":"text","text":"{\"error\":{\"code\":\"error\",\"message\":\"std::bad_alloc\"}}"}],"isError":true})";
 const std::string pingReply = R"({"jsonrpc":"2.0","id":2,"result":{}})";
 
-std::size_t countOf(const char* folder) {
-    const std::filesystem::directory_iterator entries(folder);
-    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-}
-std::size_t openDescriptors() { return countOf("/proc/self/fd"); }
-std::size_t threads() { return countOf("/proc/self/task"); }
+using Names = std::set<std::string>;
 
-/// Whether a count becomes `wanted`: the host app may close its side of a connection a moment later, and a joined
-/// thread may stay in the system's list for a moment.
-bool becomes(std::size_t (*count)(), std::size_t wanted) {
-    for (int wait = 0; count() != wanted && wait < 60'000; ++wait)
+Names namesIn(const char* folder) {
+    Names names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.insert(entry.path().filename());
+    return names;
+}
+Names openDescriptors() { return namesIn("/proc/self/fd"); }
+Names threads() { return namesIn("/proc/self/task"); }
+
+/// What is there now and was not before. Names are compared, not counts: `before` may hold a thread that was
+/// joined and is about to leave the system's list.
+Names addedTo(const Names& before, Names (*now)()) {
+    Names added;
+    std::ranges::set_difference(now(), before, std::inserter(added, added.end()));
+    return added;
+}
+
+/// What was added and stays. The host app may close its side of a connection a moment later, and a joined thread
+/// may stay in the list for a moment.
+Names leftBehind(const Names& before, Names (*now)()) {
+    for (int wait = 0; !addedTo(before, now).empty() && wait < 60'000; ++wait)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return count() == wanted;
+    return addedTo(before, now);
 }
 
 /// A client that speaks to a bridge over a pipe each way while one kind of call fails.
@@ -135,9 +148,9 @@ class ExchangeFaultTest : public testing::TestWithParam<FaultCase> {};
 TEST_P(ExchangeFaultTest, HasItsOutcomeAndTheNextRequestsWork) {
     ScriptedHost host;
     Client client(host.socketPath());
-    const std::size_t descriptorsBefore = openDescriptors();
-    client.converse({toolCall}, Call::none, {});  // the worker exists from here on
-    const std::size_t threadsBefore = threads();
+    const Names descriptorsBefore = openDescriptors();
+    const Names threadsBefore = threads();
+    client.converse({toolCall}, Call::none, {});
     host.replies(R"({"ok":true,"result":"fine"})").replies(R"({"ok":true,"result":"fine"})");
 
     const auto replies =
@@ -157,8 +170,8 @@ TEST_P(ExchangeFaultTest, HasItsOutcomeAndTheNextRequestsWork) {
     EXPECT_EQ(replies[1], pingReply);
     EXPECT_TRUE(json::parse(replies[2]).contains("result")) << replies[2];
 
-    EXPECT_TRUE(becomes(openDescriptors, descriptorsBefore)) << openDescriptors();
-    EXPECT_TRUE(becomes(threads, threadsBefore)) << threads();
+    EXPECT_EQ(leftBehind(descriptorsBefore, openDescriptors), Names());
+    EXPECT_EQ(leftBehind(threadsBefore, threads), Names());
 }
 
 std::string writeFailed(int error) { return "socket write failed: errno=" + std::to_string(error); }
@@ -364,14 +377,14 @@ TEST(MemoryFaults, AHostReplyThatCannotBeHeldIsAToolError) {
     ScriptedHost host;
     host.replies(R"({"ok":true,"result":")" + std::string(3'000'000, 'x') + "\"}");
     Client client(host.socketPath());
-    const std::size_t before = openDescriptors();
+    const Names before = openDescriptors();
     client.memoryLimit = 1'000'000;
     const auto replies = client.converse({toolCall, ping}, Call::none, {});
     ASSERT_EQ(replies.size(), 2U);
     EXPECT_EQ(json::parse(json::parse(replies[0])["result"]["content"][0]["text"].get<std::string>()),
               json::parse(R"({"error":{"code":"error","message":"std::bad_alloc"}})"));
     EXPECT_EQ(replies[1], pingReply);
-    EXPECT_TRUE(becomes(openDescriptors, before)) << openDescriptors();
+    EXPECT_EQ(leftBehind(before, openDescriptors), Names());
 }
 
 TEST(MemoryFaults, AReplyThatCannotBeWrittenIsAnErrorUnderItsId) {
@@ -601,15 +614,15 @@ TEST(Memory, ANotificationStaysUnansweredWhicheverAllocationFails) {
 
 TEST(Worker, ItsThreadBeginsWithTheFirstJobAndEndsWithTheWorker) {
     std::thread([] {}).join();  // a sanitizer starts a thread of its own along with the first one
-    const std::size_t before = threads();
+    const Names before = threads();
     {
         Worker worker;
-        EXPECT_EQ(threads(), before);
+        EXPECT_EQ(addedTo(before, threads), Names());
         worker.run([] {});
         worker.run([] {});
-        EXPECT_EQ(threads(), before + 1);
+        EXPECT_EQ(addedTo(before, threads).size(), 1U);
     }
-    EXPECT_TRUE(becomes(threads, before)) << threads();
+    EXPECT_EQ(leftBehind(before, threads), Names());
 }
 
 TEST(MemoryFaults, WithoutLargePagesALargeReplyIsAnsweredAllTheSame) {
