@@ -131,6 +131,15 @@ TEST(ToolCall, OfMembersWithOneKeyTheLastArrivesAlone) {
               envelopeWith(R"({"b":[{"c":4}],"a":5})"));
 }
 
+TEST(ToolCall, OfTwoNamesOrArgumentsTheLastCounts) {
+    ScriptedHost host;
+    call(host, R"({"name":"y","arguments":{"a":2},"name":"x","arguments":{"a":3}})");
+    EXPECT_EQ(host.exactEnvelopes(), std::vector{envelopeWith(R"({"a":3})")});
+    EXPECT_EQ(failure(call(host, R"({"name":"x","name":5})")),
+              record("invalid_params", "`name` is required"));
+    EXPECT_EQ(host.connections(), 1);
+}
+
 TEST(ToolCall, MissingArgumentsAreAnEmptyObject) {
     ScriptedHost host;
     call(host);
@@ -280,6 +289,12 @@ TEST(ResourceRead, AUriThatIsNotListedIsForwardedAllTheSame) {
     host.replies(R"({"ok":true,"result":[]})");
     EXPECT_EQ(read(host, "https://example.com/é")["result"]["contents"][0]["uri"], "https://example.com/é");
     EXPECT_EQ(host.received()[0]["args"]["uri"], "https://example.com/é");
+}
+
+TEST(ResourceRead, OfTwoUrisTheLastCounts) {
+    ScriptedHost host;
+    replyTo(R"({"id":1,"method":"resources/read","params":{"uri":"a","uri":"b"}})", host.socketPath());
+    EXPECT_EQ(host.exactEnvelopes(), std::vector{exact(R"({"tool":"resources/read","args":{"uri":"b"}})")});
 }
 
 TEST(ResourceRead, AMissingResultIsAnEmptyObjectAndNullStaysNull) {
