@@ -150,7 +150,6 @@ TEST_P(ExchangeFaultTest, HasItsOutcomeAndTheNextRequestsWork) {
     Client client(host.socketPath());
     const Names descriptorsBefore = openDescriptors();
     const Names threadsBefore = threads();
-    client.converse({toolCall}, Call::none, {});
     host.replies(R"({"ok":true,"result":"fine"})").replies(R"({"ok":true,"result":"fine"})");
 
     const auto replies =

@@ -61,7 +61,7 @@ public:
     void endArray() { out_.append(']'); }
     void beginObject() {
         out_.append('{');
-        if (members_.capacity() == 0) members_.reserve(fewKeys);  // all that most texts need
+        if (members_.capacity() == 0) members_.reserve(fewKeys);  // one allocation is enough for most
         objects_.push_back(members_.size());
     }
     void endObject() {
